@@ -1,0 +1,62 @@
+// The hash set of collectables that the registries are built on.
+#ifndef PRB_CORE_PRBHASHSET_H
+#define PRB_CORE_PRBHASHSET_H
+
+#include "core/PRBCollectable.h"
+
+#include <cstddef>
+#include <cstdint>
+
+// Open addressing; each cell keeps the element and its hash side by side, so isEqual is called
+// only on equal hashes. No allocation per insert beyond growth. Not locked.
+class PRBHashSet {
+public:
+    static constexpr std::size_t kInitialBuckets = 1951; // rounded up to a power of two
+
+    explicit PRBHashSet(std::size_t buckets = kInitialBuckets);
+    ~PRBHashSet(); // forgets the elements
+    PRBHashSet(const PRBHashSet&) = delete;
+    PRBHashSet& operator=(const PRBHashSet&) = delete;
+
+    // Set semantics: an equal element that is stored already is answered and the item is not
+    // stored (it stays the caller's); otherwise the item itself is stored and answered.
+    PRBCollectable* insert(PRBCollectable* item);
+    PRBCollectable* find(const PRBCollectable* key) const;
+    PRBCollectable* remove(const PRBCollectable* key); // the element, not deleted; null if absent
+    std::size_t entries() const { return entries_; }
+    void clear();           // forgets the elements
+    void clearAndDestroy(); // deletes the elements
+
+    struct Cell {
+        PRBCollectable* element; // null: free; the tombstone value: removed
+        std::uint32_t hash;
+    };
+    // The cells with all elements, for giving memory back later; the set is empty and usable
+    // afterwards without an allocation when a spare array is at hand.
+    struct Cells {
+        Cell* cells = nullptr;
+        std::size_t capacity = 0;
+        std::size_t entries = 0;
+    };
+
+    // Answers each element once, then null. Removing the element last answered is allowed while
+    // iterating; inserting is not.
+    class Iterator {
+    public:
+        explicit Iterator(const PRBHashSet& set) : set_(&set) {}
+        PRBCollectable* operator()();
+
+    private:
+        const PRBHashSet* set_;
+        std::size_t next_ = 0;
+    };
+
+protected:
+    Cell* cells_ = nullptr;
+    std::size_t capacity_ = 0; // a power of two, or 0 before the first insert
+    std::size_t initial_;
+    std::size_t entries_ = 0;
+    std::size_t used_ = 0; // entries and tombstones
+};
+
+#endif

@@ -1,0 +1,88 @@
+// A registry of monitored things: a hash set of collectables with its own lock and a one-entry
+// cache of the element last found or inserted.
+#ifndef PRB_CORE_PRBMONITORHASHTABLE_H
+#define PRB_CORE_PRBMONITORHASHTABLE_H
+
+#include "core/PRBHashSet.h"
+#include "core/PRBJavaRawMonitor.h"
+
+#include <memory>
+
+enum _SerializationType : int {
+    kSelfGuarding = 0,  // the table takes its own raw monitor
+    kCallerGuarding = 1 // any other value: the caller guards it, the table has no monitor
+};
+
+// Elements define hash and isEqual on their identifier, so a look-up uses a temporary probe that
+// carries only the identifier. The event stream touches the same element many times in a row;
+// `find` therefore tests the element last touched before hashing.
+//
+// Every operation enters the table's monitor first and exits it last (re-entrant: a thread that
+// holds the table through lock() or an iterator may call them).
+class PRBMonitorHashTable : public PRBHashSet, public PRBMemoryManager {
+public:
+    PRBMonitorHashTable(const char* name, JVMPI_Interface* jvmpi,
+                        _SerializationType serialization = kSelfGuarding);
+    ~PRBMonitorHashTable(); // forgets the elements, destroys the monitor
+
+    PRBCollectable* find(const PRBCollectable* key) const;
+    PRBCollectable* insert(PRBCollectable* item); // set semantics, as PRBHashSet
+    PRBCollectable* remove(const PRBCollectable* key);
+    bool removeAndDestroy(const PRBCollectable* key);
+    void clearAndDestroy();
+    std::size_t entries() const;
+
+    // Holds the monitor until destroyIterator, which must run on the same thread.
+    Iterator* getIterator();
+    void destroyIterator(Iterator* iterator);
+
+    void lock() const;
+    void release() const;
+
+    // Empties the table in constant time, for use inside a collection pause: look-ups find
+    // nothing from this moment; the elements are deleted later, in bounded steps, by the
+    // threads that enter the table, or by reclaim(). REQUIRES: elements of one fixed size.
+    void detachAll(std::size_t elementSize);
+    // Deletes up to `limit` detached elements; false when none is left.
+    bool reclaim(std::size_t limit);
+
+private:
+    const _SerializationType serializationType;
+    std::unique_ptr<PRBJavaRawMonitor> monitor; // null unless self-guarding
+    mutable PRBCollectable* lastFound = nullptr;
+    struct Detached;
+    Detached* detached = nullptr;
+};
+
+// Holds a table for a scope.
+class PRBTableLock {
+public:
+    explicit PRBTableLock(const PRBMonitorHashTable& table) : table_(&table) { table_->lock(); }
+    ~PRBTableLock() { release(); }
+    PRBTableLock(const PRBTableLock&) = delete;
+    PRBTableLock& operator=(const PRBTableLock&) = delete;
+    void release() {
+        if (table_ != nullptr) table_->release();
+        table_ = nullptr;
+    }
+
+private:
+    const PRBMonitorHashTable* table_;
+};
+
+// Walks a table for a scope, holding its monitor.
+class PRBTableWalk {
+public:
+    explicit PRBTableWalk(PRBMonitorHashTable& table)
+        : table_(table), iterator_(table.getIterator()) {}
+    ~PRBTableWalk() { table_.destroyIterator(iterator_); }
+    PRBTableWalk(const PRBTableWalk&) = delete;
+    PRBTableWalk& operator=(const PRBTableWalk&) = delete;
+    PRBCollectable* operator()() { return (*iterator_)(); }
+
+private:
+    PRBMonitorHashTable& table_;
+    PRBHashSet::Iterator* iterator_;
+};
+
+#endif
