@@ -19,25 +19,14 @@ public:
     PRBHashSet& operator=(const PRBHashSet&) = delete;
 
     // Set semantics: an equal element that is stored already is answered and the item is not
-    // stored (it stays the caller's); otherwise the item itself is stored and answered.
+    // stored (it stays the caller's); otherwise the item itself is stored and answered. Null
+    // when the set is full and there is no memory to grow.
     PRBCollectable* insert(PRBCollectable* item);
     PRBCollectable* find(const PRBCollectable* key) const;
     PRBCollectable* remove(const PRBCollectable* key); // the element, not deleted; null if absent
     std::size_t entries() const { return entries_; }
     void clear();           // forgets the elements
     void clearAndDestroy(); // deletes the elements
-
-    struct Cell {
-        PRBCollectable* element; // null: free; the tombstone value: removed
-        std::uint32_t hash;
-    };
-    // The cells with all elements, for giving memory back later; the set is empty and usable
-    // afterwards without an allocation when a spare array is at hand.
-    struct Cells {
-        Cell* cells = nullptr;
-        std::size_t capacity = 0;
-        std::size_t entries = 0;
-    };
 
     // Answers each element once, then null. Removing the element last answered is allowed while
     // iterating; inserting is not.
@@ -52,11 +41,40 @@ public:
     };
 
 protected:
+    struct Cell {
+        PRBCollectable* element; // null: free; 1: removed
+        std::uint32_t hash;
+    };
+    // In front of the cells, so that a whole array can be put aside without an allocation.
+    struct Array {
+        Array* next;
+        std::size_t capacity;
+        std::size_t entries;     // elements not yet deleted
+        std::size_t scanned;     // cells already looked at
+        std::size_t elementSize; // bytes
+        Cell* cells() { return reinterpret_cast<Cell*>(this + 1); }
+    };
+    static bool isElement(const PRBCollectable* p) {
+        return reinterpret_cast<std::uintptr_t>(p) > 1;
+    }
+    // Takes the array with its elements out; the set is empty. Null when there was none.
+    Array* detachArray();
+    static void freeArray(Array* array);
+
+private:
+    static Array* allocateArray(std::size_t capacity);
+    std::size_t home(std::uint32_t hash) const {
+        return (hash ^ (hash >> firstFold_) ^ (hash >> secondFold_)) & (capacity_ - 1);
+    }
+    Cell* locate(const PRBCollectable* key) const;
+    bool grow();
+
     Cell* cells_ = nullptr;
     std::size_t capacity_ = 0; // a power of two, or 0 before the first insert
     std::size_t initial_;
     std::size_t entries_ = 0;
     std::size_t used_ = 0; // entries and tombstones
+    unsigned firstFold_ = 31, secondFold_ = 31;
 };
 
 #endif

@@ -31,6 +31,10 @@ public:
     std::uintptr_t getOwner() const { return owner.load(std::memory_order_relaxed); }
 
 private:
+    // Without a VM, or with one that lacks raw monitors, nothing is locked.
+    bool usable() const { return jvmpi != nullptr && handle != nullptr; }
+
+    const JVMPI_Interface* jvmpi;
     JVMPI_RawMonitor handle;
     std::int32_t posted = 0;              // under the monitor
     std::atomic<std::int32_t> entryCount; // the holder's nesting depth

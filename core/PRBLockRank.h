@@ -25,9 +25,13 @@ int rankOf(const char* monitor);
 #if defined(PRB_CHECK_LOCK_ORDER)
 void acquired(const void* monitor, const char* name); // aborts on a violation, naming both
 void released(const void* monitor);
+// To be called before a call of the VM that can block or deliver events: aborts when this thread
+// holds a monitor that may not be held across it.
+void checkVmCall(const char* call);
 #else
 inline void acquired(const void*, const char*) {}
 inline void released(const void*) {}
+inline void checkVmCall(const char*) {}
 #endif
 
 } // namespace PRBLockRank

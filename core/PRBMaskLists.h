@@ -2,7 +2,13 @@
 #ifndef PRB_CORE_PRBMASKLISTS_H
 #define PRB_CORE_PRBMASKLISTS_H
 
+#include "jvmpi/jvmpi.h"
+
 namespace PRBMaskLists {
+
+// Builds the lists, both empty, and their monitor; once per process. Before that nothing is
+// monitored and setting a list has no effect.
+void initialize(JVMPI_Interface* jvmpi);
 
 // Replaces a list as a whole; then every record of the registry is told to decide again. A mask
 // list is split on commas and blanks. An empty list monitors nothing.

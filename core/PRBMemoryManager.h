@@ -26,6 +26,9 @@ public:
     // one step and give their memory back later.
     static void count(std::size_t size) noexcept;
     static void uncount(std::size_t size) noexcept;
+    // Counts again what was uncounted ahead of its deletion, so that the deletion itself leaves
+    // the counter alone. Does not raise the high-water mark.
+    static void recount(std::size_t size) noexcept;
 
     static std::uint32_t getCurrentAllocation() noexcept;
     static std::uint32_t getHighWaterMark() noexcept; // never decreases

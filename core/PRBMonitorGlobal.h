@@ -81,6 +81,8 @@ public:
     // A thread from a Java handle: its address, or a POSIX thread id that an earlier
     // registration noted. Null for anything else.
     static PRBJavaThread* resolveThreadHandle(JNIEnv* env, jlong handle);
+    // Notes the calling thread's POSIX id for resolveThreadHandle; answers the id.
+    static jlong registerThreadHandle(JNIEnv* env);
 
     // ---- Collection ----
     void setClassMask(const char* list) { PRBMaskLists::setClassMask(list); }
@@ -122,6 +124,10 @@ public:
 
 private:
     PRBMonitorGlobal(JVMPI_Interface* jvmpi, const char* options, JavaVM* vm);
+    int applyOptions(const char* options);
+    static void traceParseExit(const PRBReturnCode& rc);
+    PRBReturnCode findJavaVersion(JNIEnv* env) const;
+
     static const int CurrentBuildLevel;
     struct Parts; // the members, in the order in which they are built
     std::unique_ptr<Parts> parts_;

@@ -39,9 +39,14 @@ public:
     void lock() const;
     void release() const;
 
+    // Between these two, which the holder calls inside a collection pause, nothing detached is
+    // deleted. REQUIRES: the table is locked.
+    void beginPause() { inPause = true; }
+    void endPause() { inPause = false; }
     // Empties the table in constant time, for use inside a collection pause: look-ups find
-    // nothing from this moment; the elements are deleted later, in bounded steps, by the
-    // threads that enter the table, or by reclaim(). REQUIRES: elements of one fixed size.
+    // nothing from this moment, and the elements are uncounted; they are deleted later, in
+    // bounded steps, by the threads that insert, or by reclaim(). REQUIRES: every element was
+    // allocated through PRBMemoryManager with this size.
     void detachAll(std::size_t elementSize);
     // Deletes up to `limit` detached elements; false when none is left.
     bool reclaim(std::size_t limit);
@@ -50,8 +55,8 @@ private:
     const _SerializationType serializationType;
     std::unique_ptr<PRBJavaRawMonitor> monitor; // null unless self-guarding
     mutable PRBCollectable* lastFound = nullptr;
-    struct Detached;
-    Detached* detached = nullptr;
+    Array* detached = nullptr;
+    bool inPause = false;
 };
 
 // Holds a table for a scope.

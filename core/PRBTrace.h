@@ -6,6 +6,10 @@
 
 #include <atomic>
 
+class InternalTraceTable;
+class PRBLogFile;
+class PRBSlist;
+
 namespace PRBTraceClass {
 constexpr int kInternal = 0x1;    // internal diagnostics; no start-up value sets it
 constexpr int kMain = 0x200;      // entry and exit of the main operations
@@ -61,8 +65,24 @@ public:
     // Formats and writes one line of any length. User texts are arguments, never formats.
     __attribute__((format(printf, 1, 2))) static void log(const char* format, ...);
 
+    // The lines that a scope writes; also for operations whose trace level changes while they
+    // run, which test at entry and at exit for themselves.
+    static void entryLine(const char* operation);
+    static void exitLine(const char* operation);
+    static void exitLine(const char* operation, int value);
+
+    // Does some entry of the filter equal the beginning of the component? False without a
+    // filter; an empty entry matches every component.
+    static bool doesDebugFilterMatch(const char* component);
+
     // The trace level in force; 0 until the start-up options have set it.
     static std::atomic<int> level;
+    // Where lines go and which components may write; borrowed, set once at start-up. Without a
+    // log file and without a table lines are lost. A filter that is present but empty silences
+    // every named component.
+    static std::atomic<const PRBSlist*> filter;
+    static std::atomic<PRBLogFile*> logFile;
+    static std::atomic<InternalTraceTable*> table;
 
 private:
     static bool isTraceEnabledSlow(int traceClass, const char* component);

@@ -1,0 +1,38 @@
+#include "bridge/HeapFork.h"
+
+#include <cstdint>
+
+#include <pthread.h>
+#include <sys/mman.h>
+#include <unistd.h>
+
+namespace bridge {
+namespace {
+
+void* heapStart = nullptr; // set once, before the handler is in place
+size_t heapBytes = 0;
+
+void mark() { madvise(heapStart, heapBytes, MADV_DONTFORK); }
+
+} // namespace
+
+bool protectHeapFromFork(const VmStructs& vm) {
+    const auto reserved = vm.fieldOffset("CollectedHeap", "_reserved");
+    const auto start = vm.fieldOffset("MemRegion", "_start");
+    const auto words = vm.fieldOffset("MemRegion", "_word_size");
+    void* heapAddress = vm.staticAddress("Universe", "_collectedHeap");
+    if (!reserved || !start || !words || !heapAddress) return false;
+    const char* heap = *static_cast<const char* const*>(heapAddress);
+    if (!heap) return false;
+    const char* region = heap + *reserved;
+    const auto from = *reinterpret_cast<const uintptr_t*>(region + *start);
+    const auto bytes = *reinterpret_cast<const size_t*>(region + *words) * sizeof(void*);
+    const auto page = static_cast<uintptr_t>(sysconf(_SC_PAGESIZE));
+    if (from == 0 || bytes == 0 || from % page != 0) return false;
+    heapStart = reinterpret_cast<void*>(from);
+    heapBytes = bytes;
+    return madvise(heapStart, heapBytes, MADV_DONTFORK) == 0 &&
+           pthread_atfork(mark, nullptr, nullptr) == 0;
+}
+
+} // namespace bridge

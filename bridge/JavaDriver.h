@@ -1,0 +1,32 @@
+// The Java side: binds the natives of com.tessel.prb.workanalysis, starts the driver when the VM
+// is up and stops it when the VM goes down.
+//
+// The classes come from the jar that was put on the boot class path while loading. No library is
+// loaded through Java, which newer JVMs remark on: the natives are looked up in the agent's
+// library by their JNI names and registered. Which natives there are is asked of the classes
+// themselves.
+#ifndef PRB_BRIDGE_JAVADRIVER_H
+#define PRB_BRIDGE_JAVADRIVER_H
+
+#include <string>
+
+#include <jni.h>
+
+namespace bridge {
+
+class JavaDriver {
+public:
+    // Calls the library's JNI_OnLoad, binds the natives, starts the driver. What goes wrong is
+    // said in one line and the program runs on unprofiled.
+    static void start(JNIEnv* jni, void* library);
+    // Takes the last poll; returns when it is written. Does nothing if start() did not succeed.
+    static void stop(JNIEnv* jni);
+
+    // The short JNI name of a native method (JNI, "Resolving Native Method Names"). The class
+    // name is with slashes; both are modified UTF-8.
+    static std::string nativeName(const std::string& className, const std::string& method);
+};
+
+} // namespace bridge
+
+#endif

@@ -1,0 +1,244 @@
+#include "bridge/SampleSignal.h"
+
+#include <atomic>
+#include <cerrno>
+#include <csignal>
+
+#include <sys/syscall.h>
+#include <ucontext.h>
+#include <unistd.h>
+
+#include "bridge/Clocks.h"
+#include "bridge/Futex.h"
+
+namespace bridge {
+
+namespace {
+
+constexpr int kFirstChoice = 6; // SIGRTMIN+6: below are those that libraries like to take
+
+#if defined(__x86_64__)
+constexpr int kPc = REG_RIP;
+constexpr int kSp = REG_RSP;
+#elif defined(__i386__)
+constexpr int kPc = REG_EIP;
+constexpr int kSp = REG_UESP; // REG_ESP is the kernel's copy from before the trap
+#else
+#error "the sampler knows x86 only"
+#endif
+
+// AsyncGetCallTrace's codes for a stack whose top frame it cannot make out: typically the program
+// counter is in a prologue or epilogue, where the frame is not there yet or no more.
+constexpr jint kUnknownNotJava = -3;
+constexpr jint kNotWalkableNotJava = -4;
+constexpr jint kUnknownJava = -5;
+// How many words above the stack pointer are tried as the return address. The first two do nearly
+// all of it.
+constexpr int kPopTries = 6;
+
+// Constant while a handler can run.
+std::atomic<AsyncGetCallTraceFn> walker{nullptr};
+std::atomic<int> signalNumber{0};
+std::atomic<pid_t> process{0}; // a forked child has the handler, but not this id
+std::atomic<int> ignored{0};   // the signal that uninstall() left ignored
+
+// ---- In the signal handler: no allocation, no lock, no log ------------------------------------
+
+bool topFrameUnknown(jint frames) {
+    return frames == kUnknownNotJava || frames == kNotWalkableNotJava || frames == kUnknownJava;
+}
+
+void walk(SampleSlot& slot, ucontext_t* context, AsyncGetCallTraceFn walkStack) {
+    JVMPI_CallTrace trace{slot.env, 0, slot.frames};
+    walkStack(&trace, kSampleDepth, context);
+    if (topFrameUnknown(trace.num_frames)) {
+        // Pretend that the function has returned: the pc is the return address, less one to lie
+        // within the call instruction.
+        greg_t* registers = context->uc_mcontext.gregs;
+        const greg_t pc = registers[kPc];
+        const greg_t sp = registers[kSp];
+        const auto* stack = reinterpret_cast<const std::uintptr_t*>(sp);
+        const jint firstResult = trace.num_frames;
+        for (int k = 0; k < kPopTries && trace.num_frames <= 0; k++) {
+            registers[kPc] = static_cast<greg_t>(stack[k] - 1);
+            registers[kSp] = static_cast<greg_t>(reinterpret_cast<std::uintptr_t>(stack + k + 1));
+            trace.num_frames = 0;
+            walkStack(&trace, kSampleDepth, context);
+        }
+        registers[kPc] = pc;
+        registers[kSp] = sp;
+        if (trace.num_frames <= 0) trace.num_frames = firstResult;
+    }
+    slot.frameCount = trace.num_frames;
+}
+
+// Until the sampler resumes us; a sampler that takes too long has lost its right to.
+void waitStopped(SampleSlot& slot) {
+    const std::int64_t until = monotonicNs() + std::int64_t{kLongStopMs} * 1'000'000;
+    while (slot.state.load(std::memory_order_acquire) == SampleSlot::kStopped) {
+        const std::int64_t left = until - monotonicNs();
+        if (left > 0) {
+            futexWait(slot.state, SampleSlot::kStopped, left);
+            continue;
+        }
+        std::uint32_t stopped = SampleSlot::kStopped;
+        slot.state.compare_exchange_strong(stopped, SampleSlot::kEscaped,
+                                           std::memory_order_acq_rel);
+    }
+}
+
+// The handler's last act: afterwards the slot is the sampler's.
+void leave(SampleSlot& slot) {
+    std::uint32_t escaped = SampleSlot::kEscaped;
+    if (!slot.state.compare_exchange_strong(escaped, SampleSlot::kEscapedOut,
+                                            std::memory_order_acq_rel)) {
+        slot.state.store(SampleSlot::kIdle, std::memory_order_release);
+    }
+}
+
+void onSample(int, siginfo_t* info, void* context) {
+    if (info->si_code != SI_QUEUE || info->si_pid != process.load(std::memory_order_relaxed))
+        return;
+    const int savedErrno = errno;
+    const std::int64_t enteredNs = ownCpuNs();
+    auto* slot = static_cast<SampleSlot*>(info->si_value.sival_ptr);
+    const AsyncGetCallTraceFn walkStack = walker.load(std::memory_order_relaxed);
+    const auto self = static_cast<pid_t>(syscall(SYS_gettid));
+    std::uint32_t asked = SampleSlot::kAsked;
+    // A signal that arrives after its request was withdrawn, or at another thread's slot, is stale.
+    if (slot && walkStack && slot->tid.load(std::memory_order_acquire) == self &&
+        slot->state.compare_exchange_strong(asked, SampleSlot::kWalking,
+                                            std::memory_order_acq_rel)) {
+        walk(*slot, static_cast<ucontext_t*>(context), walkStack);
+        std::uint32_t walking = SampleSlot::kWalking;
+        if (slot->state.compare_exchange_strong(walking, SampleSlot::kStopped,
+                                                std::memory_order_acq_rel)) {
+            futexWake(slot->state);
+            waitStopped(*slot);
+        }
+        // Only this thread's handlers write the sum; the clock is read as late as can be, so that
+        // a blocked thread does not seem to run because of us.
+        slot->handlerCpuNs.store(slot->handlerCpuNs.load(std::memory_order_relaxed) +
+                                     (ownCpuNs() - enteredNs),
+                                 std::memory_order_relaxed);
+        leave(*slot);
+    }
+    errno = savedErrno;
+}
+
+// ------------------------------------------------------------------------------------------------
+
+} // namespace
+
+bool SampleSignal::install(AsyncGetCallTraceFn walk, std::string& problem) {
+    if (number() != 0) {
+        problem = "the sampling signal is taken already";
+        return false;
+    }
+    for (int candidate = SIGRTMIN + kFirstChoice; candidate <= SIGRTMAX; candidate++) {
+        struct sigaction present {};
+        if (sigaction(candidate, nullptr, &present) != 0) continue;
+        const bool free = !(present.sa_flags & SA_SIGINFO) &&
+                          (present.sa_handler == SIG_DFL ||
+                           (present.sa_handler == SIG_IGN && candidate == ignored.load()));
+        if (!free) continue;
+        walker.store(walk, std::memory_order_relaxed);
+        process.store(getpid(), std::memory_order_relaxed);
+        struct sigaction ours {};
+        ours.sa_sigaction = onSample;
+        ours.sa_flags = SA_SIGINFO | SA_RESTART;
+        sigemptyset(&ours.sa_mask);
+        if (sigaction(candidate, &ours, nullptr) != 0) continue;
+        signalNumber.store(candidate, std::memory_order_release);
+        return true;
+    }
+    problem =
+        "no real-time signal is free for sampling: every one from SIGRTMIN+6 up has a handler";
+    return false;
+}
+
+void SampleSignal::uninstall() {
+    const int taken = number();
+    if (taken == 0) return;
+    if (stillOurs()) {
+        struct sigaction ignore {};
+        ignore.sa_handler = SIG_IGN;
+        if (sigaction(taken, &ignore, nullptr) == 0) ignored.store(taken);
+    }
+    signalNumber.store(0, std::memory_order_release);
+}
+
+int SampleSignal::number() { return signalNumber.load(std::memory_order_acquire); }
+
+bool SampleSignal::stillOurs() {
+    struct sigaction present {};
+    return sigaction(number(), nullptr, &present) == 0 && (present.sa_flags & SA_SIGINFO) &&
+           present.sa_sigaction == onSample;
+}
+
+// ---- Between the first ask and the last resume: no allocation, no lock, no log ----------------
+
+bool SampleSignal::ask(SampleSlot& slot) {
+    std::uint32_t idle = SampleSlot::kIdle;
+    if (!slot.state.compare_exchange_strong(idle, SampleSlot::kAsked, std::memory_order_acq_rel)) {
+        errno = EBUSY;
+        return false;
+    }
+    siginfo_t info{};
+    info.si_signo = number();
+    info.si_code = SI_QUEUE;
+    info.si_pid = process.load(std::memory_order_relaxed);
+    info.si_uid = getuid();
+    info.si_value.sival_ptr = &slot;
+    if (syscall(SYS_rt_tgsigqueueinfo, info.si_pid, slot.tid.load(std::memory_order_relaxed),
+                info.si_signo, &info) == 0) {
+        return true;
+    }
+    slot.state.store(SampleSlot::kIdle, std::memory_order_release);
+    return false;
+}
+
+bool SampleSignal::awaitAnswer(SampleSlot& slot, std::int64_t untilNs) {
+    for (;;) {
+        std::uint32_t state = slot.state.load(std::memory_order_acquire);
+        if (state != SampleSlot::kAsked && state != SampleSlot::kWalking) return true;
+        const std::int64_t left = untilNs - monotonicNs();
+        if (left > 0) {
+            futexWait(slot.state, state, left);
+            continue;
+        }
+        const std::uint32_t withdrawn =
+            state == SampleSlot::kAsked ? SampleSlot::kIdle : SampleSlot::kGivenUp;
+        if (slot.state.compare_exchange_strong(state, withdrawn, std::memory_order_acq_rel)) {
+            return false;
+        }
+    }
+}
+
+bool SampleSignal::resume(SampleSlot& slot) {
+    std::uint32_t state = slot.state.load(std::memory_order_acquire);
+    for (;;) {
+        switch (state) {
+        case SampleSlot::kStopped:
+            if (slot.state.compare_exchange_weak(state, SampleSlot::kResumed,
+                                                 std::memory_order_acq_rel)) {
+                futexWake(slot.state);
+                return false;
+            }
+            break;
+        case SampleSlot::kEscaped:
+            if (slot.state.compare_exchange_weak(state, SampleSlot::kResumed,
+                                                 std::memory_order_acq_rel)) {
+                return true;
+            }
+            break;
+        case SampleSlot::kEscapedOut:
+            slot.state.store(SampleSlot::kIdle, std::memory_order_release);
+            return true;
+        default:
+            return false;
+        }
+    }
+}
+
+} // namespace bridge

@@ -1,0 +1,40 @@
+// Stops single threads by a real-time signal, at any instruction. The handler walks the stack into
+// the thread's slot and waits on the slot's word until the sampler lets it go, or until
+// kLongStopMs have passed.
+//
+// The handler and everything between ask() and resume() allocates, locks and logs nothing, and
+// calls nothing of the VM but AsyncGetCallTrace. The handler itself uses no thread-local storage
+// but errno, which it restores.
+#pragma once
+
+#include <cstdint>
+#include <string>
+
+#include "bridge/SampleSlot.h"
+#include "bridge/VmStructs.h"
+
+namespace bridge {
+
+class SampleSignal {
+public:
+    // Takes SIGRTMIN+6 or the next real-time signal that nobody handles. False if there is none:
+    // `problem` says so in one line. One installation at a time in a process.
+    static bool install(AsyncGetCallTraceFn walk, std::string& problem);
+    // From now on the signal is ignored: one that is still under way must not end the process.
+    static void uninstall();
+    // The number taken; 0 when not installed.
+    static int number();
+    // False if somebody else has put another disposition in place.
+    static bool stillOurs();
+
+    // Asks the slot's thread to stop. False if the slot is not idle or the kernel refuses (errno
+    // is set: EAGAIN when too many signals are queued, ESRCH when the thread has gone).
+    static bool ask(SampleSlot& slot);
+    // Waits until the thread has answered or `untilNs` (CLOCK_MONOTONIC) has passed; in the latter
+    // case the request is withdrawn. True if there is an answer in the slot.
+    static bool awaitAnswer(SampleSlot& slot, std::int64_t untilNs);
+    // Lets a thread that answered go on. True if it had escaped from too long a stop.
+    static bool resume(SampleSlot& slot);
+};
+
+} // namespace bridge

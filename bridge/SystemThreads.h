@@ -1,0 +1,24 @@
+// CreateSystemThread: daemon threads of the VM that run the profiler's code.
+#ifndef PRB_BRIDGE_SYSTEMTHREADS_H
+#define PRB_BRIDGE_SYSTEMTHREADS_H
+
+#include <jvmti.h>
+
+namespace bridge {
+
+class SystemThreads {
+public:
+    using Body = void (*)(void*);
+
+    // Starts a thread that runs body(null); before the VM is up the thread is noted and started
+    // by startQueued(). Answers JVMPI_SUCCESS or JVMPI_FAIL. The name is copied; priorities
+    // outside 1 to 10 are moved to the nearest.
+    static jint create(const char* name, jint priority, Body body);
+
+    // VMInit: starts what was asked for before.
+    static void startQueued(JNIEnv* jni);
+};
+
+} // namespace bridge
+
+#endif

@@ -1,0 +1,173 @@
+#include "bridge/VmCallbacks.h"
+
+#include "bridge/AgentLibrary.h"
+#include "bridge/BridgeLink.h"
+#include "bridge/ClassEvents.h"
+#include "bridge/Context.h"
+#include "bridge/HeapFork.h"
+#include "bridge/Interface.h"
+#include "bridge/JavaDriver.h"
+#include "bridge/ObjectIds.h"
+#include "bridge/RawMonitor.h"
+#include "bridge/Report.h"
+#include "bridge/SystemThreads.h"
+#include "bridge/ThreadEvents.h"
+
+namespace bridge {
+namespace {
+
+void deliverPlain(jint type, JNIEnv* jni) {
+    if (!events().isEnabled(type)) return;
+    JVMPI_Event event{};
+    event.event_type = type;
+    event.env_id = jni;
+    events().deliver(event);
+}
+
+void* currentJavaThread() {
+    JNIEnv* env = currentEnv();
+    return env ? context().vmStructs.javaThreadOf(env) : nullptr;
+}
+
+bool isStuckInVm(void* javaThread) {
+    return context().vmStructs.threadState(javaThread) != VmStructs::kInNative;
+}
+
+// ---- Callbacks ------------------------------------------------------------------------------
+
+void JNICALL vmInit(jvmtiEnv*, JNIEnv* jni, jthread) {
+    try {
+        beginLive(jni);
+    } catch (...) {
+        report("memory is short; the program runs unprofiled");
+    }
+}
+
+// The order matters: the last poll needs everything alive, and the profiler must hear of the
+// shutdown before the functions cease to answer.
+void JNICALL vmDeath(jvmtiEnv*, JNIEnv* jni) {
+    if (!isLive()) return;
+    try {
+        JavaDriver::stop(jni);
+        deliverPlain(JVMPI_EVENT_JVM_SHUT_DOWN, jni);
+    } catch (...) {
+        report("memory is short; the capture lacks its end");
+    }
+    context().phase.store(Phase::kDead, std::memory_order_release);
+}
+
+// Events that come before the live phase concern what it finds when it begins.
+template <class Work> void whileLive(Work work) noexcept {
+    if (!isLive()) return;
+    try {
+        work();
+    } catch (...) {
+        // Out of memory: this thread or class stays unknown to the profile.
+    }
+}
+
+void JNICALL threadStart(jvmtiEnv*, JNIEnv* jni, jthread thread) {
+    whileLive([&] { ThreadEvents::started(jni, thread); });
+}
+
+void JNICALL threadEnd(jvmtiEnv*, JNIEnv* jni, jthread) {
+    whileLive([&] { ThreadEvents::ended(jni); });
+}
+
+void JNICALL classPrepare(jvmtiEnv*, JNIEnv* jni, jthread, jclass mirror) {
+    whileLive([&] { ClassEvents::prepared(jni, mirror); });
+}
+
+void JNICALL objectFree(jvmtiEnv*, jlong tag) {
+    whileLive([&] {
+        const auto id = static_cast<uint32_t>(tag);
+        if (IdTable::isClass(id)) ClassEvents::unloaded(id);
+        objectIds().freed(id);
+    });
+}
+
+// Call traces are had only while this event is on.
+void JNICALL classLoad(jvmtiEnv*, JNIEnv*, jthread, jclass) {}
+
+// While this event is on, compiled code keeps its debug information between safepoints too, and
+// samples show the line of code that really ran.
+void JNICALL compiledMethodLoad(jvmtiEnv*, jmethodID, jint, const void*, jint,
+                                const jvmtiAddrLocationMap*, const void*) {}
+
+struct EventSwitch {
+    jvmtiEvent event;
+    const char* name;
+};
+constexpr EventSwitch kEvents[] = {
+    {JVMTI_EVENT_VM_INIT, "VMInit"},
+    {JVMTI_EVENT_VM_DEATH, "VMDeath"},
+    {JVMTI_EVENT_THREAD_START, "ThreadStart"},
+    {JVMTI_EVENT_THREAD_END, "ThreadEnd"},
+    {JVMTI_EVENT_CLASS_LOAD, "ClassLoad"},
+    {JVMTI_EVENT_CLASS_PREPARE, "ClassPrepare"},
+    {JVMTI_EVENT_OBJECT_FREE, "ObjectFree"},
+    {JVMTI_EVENT_COMPILED_METHOD_LOAD, "CompiledMethodLoad"},
+};
+
+} // namespace
+
+std::string installCallbacks(jvmtiEnv* jvmti) {
+    jvmtiCapabilities needed{};
+    needed.can_tag_objects = 1;
+    needed.can_generate_object_free_events = 1;
+    needed.can_get_source_file_name = 1;
+    needed.can_generate_compiled_method_load_events = 1;
+    if (jvmti->AddCapabilities(&needed) != JVMTI_ERROR_NONE)
+        return "this JVM does not let agents tag objects or see compiled methods: use HotSpot "
+               "17 or newer";
+    jvmtiEventCallbacks callbacks{};
+    callbacks.VMInit = vmInit;
+    callbacks.VMDeath = vmDeath;
+    callbacks.ThreadStart = threadStart;
+    callbacks.ThreadEnd = threadEnd;
+    callbacks.ClassLoad = classLoad;
+    callbacks.ClassPrepare = classPrepare;
+    callbacks.ObjectFree = objectFree;
+    callbacks.CompiledMethodLoad = compiledMethodLoad;
+    if (jvmti->SetEventCallbacks(&callbacks, sizeof callbacks) != JVMTI_ERROR_NONE)
+        return "this JVM takes no event callbacks: use HotSpot 17 or newer";
+    for (const EventSwitch& row : kEvents)
+        if (jvmti->SetEventNotificationMode(JVMTI_ENABLE, row.event, nullptr) != JVMTI_ERROR_NONE)
+            return std::string("this JVM does not give the event ") + row.name +
+                   ": use HotSpot 17 or newer";
+    return {};
+}
+
+void beginLive(JNIEnv* jni) {
+    Context& the = context();
+    std::string problem;
+    if (!ThreadEvents::start(jni))
+        problem = the.vmStructs.problem().empty() ? "this JVM hides its threads"
+                                                  : the.vmStructs.problem();
+    else if (!objectIds().start(jni))
+        problem = "this JVM gives no weak references";
+    else
+        the.sampler->start(problem);
+    if (!problem.empty()) {
+        the.phase.store(Phase::kOff, std::memory_order_release);
+        report("%s; the program runs unprofiled", problem.c_str());
+        return;
+    }
+    setMonitorVm({currentJavaThread, isStuckInVm});
+    if (the.options.protectForks() && !protectHeapFromFork(the.vmStructs))
+        noteLimit("the heap is shared with forked children");
+    // Threads and classes that come from now on arrive by callback, all others are found below.
+    the.phase.store(Phase::kLive, std::memory_order_release);
+    ThreadEvents::addExisting(jni);
+    ClassEvents::addExisting(jni);
+    SystemThreads::startQueued(jni);
+    deliverPlain(JVMPI_EVENT_JVM_INIT_DONE, jni);
+    if (events().isEnabled(JVMPI_EVENT_THREAD_START)) ThreadEvents::announceAll();
+    if (!the.options.driver()) return;
+    if (void* library = AgentLibrary::handle())
+        JavaDriver::start(jni, library);
+    else
+        report("-Xrunprbprof did not load libprbprof.so; the program runs unprofiled");
+}
+
+} // namespace bridge

@@ -1,0 +1,273 @@
+#include "prb/RunModel.h"
+
+#include "data/PRBRecordReader.h"
+#include "data/PRBTransportableData.h"
+
+#include <algorithm>
+#include <memory>
+
+namespace prb {
+
+namespace {
+
+// Sample types and keys of the agent's records; the pairs from 2000 up are the driver's own
+// (docs/capture-format.md).
+enum SampleType {
+    kApplicationServer = 1,
+    kThread = 10,
+    kMethod = 11,
+    kError = 17,
+    kResource = 18,
+    kEnd = 998
+};
+enum Key {
+    kThreadId = 2,
+    kProcessId = 4,
+    kServerName = 5,
+    kClassName = 10,
+    kMethodName = 11,
+    kThreadName = 301,
+    kGroupName = 302,
+    kBusyCount = 310,
+    kCpuSamples = 311,
+    kContentionSamples = 312,
+    kWaitSamples = 313,
+    kTimeMs = 314,
+    kCycleCount = 315,
+    kProcessCpuMs = 316,
+    kSignature = 320,
+    kOwnSamples = 321,
+    kCalleeSamples = 322,
+    kErrorCode = 360,
+    kErrorText = 361,
+    kSamplerCpuUs = 400,
+    kMemory = 401,
+    kMemoryHigh = 402,
+    kCounterNames = 2099,
+    kFirstCounter = 2100,
+    kLastCounter = 2199,
+};
+
+// The facts of a run by key: where each goes.
+struct TextFact {
+    int key;
+    std::string RunFacts::*member;
+};
+constexpr TextFact kTextFacts[] = {
+    {kServerName, &RunFacts::server}, {2001, &RunFacts::jvm},
+    {2002, &RunFacts::jvmVersion},    {2003, &RunFacts::jvmVendor},
+    {2005, &RunFacts::javaVersion},   {2006, &RunFacts::command},
+    {2007, &RunFacts::system},        {2011, &RunFacts::bridgeVersion},
+    {2012, &RunFacts::options},       {2017, &RunFacts::dataGiven},
+    {2038, &RunFacts::limits},
+};
+struct NumberFact {
+    int key;
+    long long RunFacts::*member;
+};
+constexpr NumberFact kNumberFacts[] = {
+    {kProcessId, &RunFacts::processId}, {2004, &RunFacts::bits},
+    {2008, &RunFacts::processors},      {2009, &RunFacts::agentLevel},
+    {2014, &RunFacts::intervalMs},      {2015, &RunFacts::pollMs},
+    {2022, &RunFacts::startMs},         {2031, &RunFacts::elapsedNs},
+    {2035, &RunFacts::bytesWritten},    {2037, &RunFacts::pollNs},
+    {2039, &RunFacts::endMs},
+};
+constexpr int kNanoseconds = 2021;
+
+// The agent's own threads carry this prefix.
+constexpr const char* kOwnThreadPrefix = "PRB_";
+
+std::unique_ptr<PRBTransportableData> sampleOf(std::string_view record) {
+    PRBWireError error;
+    return PRBTransportableData::buildFromBufferChecked(record.data(), record.size(), error);
+}
+
+// A value of a sample, or `otherwise` when the sample does not carry it.
+long long valueOf(const PRBTransportableData& sample, Key key, long long otherwise) {
+    const long long value = sample.getNumericValueForStream(key);
+    return value == -1 ? otherwise : value;
+}
+
+std::vector<std::string> split(const std::string& text, char separator) {
+    std::vector<std::string> parts;
+    for (std::size_t at = 0; at <= text.size();) {
+        const std::size_t end = std::min(text.find(separator, at), text.size());
+        if (end > at) parts.push_back(text.substr(at, end - at));
+        at = end + 1;
+    }
+    return parts;
+}
+
+} // namespace
+
+RunModel::RunModel(Capture& capture) {
+    for (Capture::Record record; capture.next(record);) read(record.bytes, record.offset);
+    finish(capture);
+}
+
+double RunModel::meanCycleMs() const {
+    return cycles_ > 0 ? elapsedMs_ / static_cast<double>(cycles_) : 0;
+}
+
+void RunModel::read(std::string_view record, std::size_t offset) {
+    records_++;
+    PRBRecordReader reader(record.data(), record.size());
+    for (PRBRecordReader::Field field; reader.next(field);) {
+    }
+    if (reader.error().isSet()) {
+        warnings_.push_back("record at offset " + std::to_string(offset) + ": " +
+                            reader.error().text() + "; left out");
+        return;
+    }
+    const int type = reader.isSample() ? reader.sampleType() : 0;
+    byType_[type]++;
+    switch (type) {
+    case kApplicationServer:
+        readFacts(record);
+        break;
+    case kThread:
+        readThread(record);
+        break;
+    case kMethod:
+        readMethod(record);
+        break;
+    case kError: {
+        const auto sample = sampleOf(record);
+        if (sample == nullptr) break;
+        errors_.emplace_back(valueOf(*sample, kErrorCode, 0), sample->getStringData(kErrorText));
+        break;
+    }
+    case kResource: {
+        const auto sample = sampleOf(record);
+        if (sample == nullptr) break;
+        samplerCpuUs_ += valueOf(*sample, kSamplerCpuUs, 0);
+        agentBytes_ = valueOf(*sample, kMemory, agentBytes_);
+        agentBytesHigh_ = valueOf(*sample, kMemoryHigh, agentBytesHigh_);
+        break;
+    }
+    case kEnd:
+        endBatch();
+        break;
+    default:
+        break;
+    }
+}
+
+void RunModel::readFacts(std::string_view record) {
+    PRBRecordReader reader(record.data(), record.size());
+    std::map<int, long long> counters;
+    std::string counterNames;
+    bool ended = false;
+    for (PRBRecordReader::Field field; reader.next(field);) {
+        if (field.kind == PRBRecordReader::Kind::Text) {
+            for (const TextFact& fact : kTextFacts) {
+                if (fact.key == field.key) facts_.*fact.member = std::string(field.text);
+            }
+            if (field.key == kCounterNames) counterNames = std::string(field.text);
+        } else {
+            for (const NumberFact& fact : kNumberFacts) {
+                if (fact.key == field.key) facts_.*fact.member = field.number;
+            }
+            if (field.key == kNanoseconds) facts_.nanoseconds = field.number != 0;
+            if (field.key == 2039) ended = true;
+            if (field.key >= kFirstCounter && field.key <= kLastCounter) {
+                counters[field.key - kFirstCounter] = field.number;
+            }
+        }
+    }
+    complete_ = ended;
+    const std::vector<std::string> names = split(counterNames, '+');
+    for (const auto& [index, value] : counters) {
+        const auto i = static_cast<std::size_t>(index);
+        facts_.counters[i < names.size() ? names[i] : "counter " + std::to_string(i)] = value;
+    }
+}
+
+void RunModel::readThread(std::string_view record) {
+    const auto sample = sampleOf(record);
+    if (sample == nullptr) return;
+    const long long id = valueOf(*sample, kThreadId, 0);
+    ThreadUse& thread = byThread_[id];
+    thread.id = id;
+    if (thread.name.empty()) {
+        thread.name = sample->getStringData(kThreadName);
+        thread.group = sample->getStringData(kGroupName);
+        thread.own = thread.name.rfind(kOwnThreadPrefix, 0) == 0;
+    }
+    const long long cycles = valueOf(*sample, kCycleCount, 0);
+    thread.busy += valueOf(*sample, kCpuSamples, 0);
+    thread.blocked += valueOf(*sample, kContentionSamples, 0);
+    thread.waiting += valueOf(*sample, kWaitSamples, 0);
+    thread.cycles += cycles;
+    batchCycles_ = std::max(batchCycles_, cycles);
+    lastSampleMs_ = std::max(lastSampleMs_, valueOf(*sample, kTimeMs, -1));
+    const long long processCpu = valueOf(*sample, kProcessCpuMs, -1);
+    if (processCpu >= 0) {
+        if (firstProcessCpuMs_ < 0) firstProcessCpuMs_ = processCpu;
+        processCpuMs_ = processCpu;
+    }
+}
+
+void RunModel::readMethod(std::string_view record) {
+    const auto sample = sampleOf(record);
+    if (sample == nullptr) return;
+    batchCycles_ = std::max(batchCycles_, valueOf(*sample, kCycleCount, 0));
+    lastSampleMs_ = std::max(lastSampleMs_, valueOf(*sample, kTimeMs, -1));
+    const auto thread = byThread_.find(valueOf(*sample, kThreadId, 0));
+    if (thread != byThread_.end() && thread->second.own) return;
+    std::string className = sample->getStringData(kClassName);
+    std::string name = sample->getStringData(kMethodName);
+    std::string signature = sample->getStringData(kSignature);
+    MethodUse& method = byMethod_[{className, name, signature}];
+    if (method.name.empty()) {
+        method.className = std::move(className);
+        method.name = std::move(name);
+        method.signature = std::move(signature);
+    }
+    const long long own = valueOf(*sample, kOwnSamples, 0);
+    method.own += own;
+    method.total += own + valueOf(*sample, kCalleeSamples, 0);
+}
+
+void RunModel::endBatch() {
+    polls_++;
+    if (batchCycles_ > 0) cycles_ += batchCycles_;
+    batchCycles_ = -1;
+}
+
+void RunModel::finish(const Capture& capture) {
+    if (batchCycles_ > 0) { // the file ends inside a batch; its samples count
+        cycles_ += batchCycles_;
+    }
+    if (!capture.fault().empty()) warnings_.push_back(capture.fault());
+    if (!complete_) {
+        warnings_.push_back("the run's last record is missing: the program was killed, or is "
+                            "still running");
+    }
+    if (!facts_.limits.empty()) warnings_.push_back(facts_.limits);
+    // Cycles run from the start of the collection to the last poll that carries samples.
+    if (lastSampleMs_ > facts_.startMs && facts_.startMs > 0) {
+        elapsedMs_ = static_cast<double>(lastSampleMs_ - facts_.startMs);
+    }
+
+    for (auto& [id, thread] : byThread_) {
+        if (!thread.own) busy_ += thread.busy;
+        threads_.push_back(thread);
+    }
+    std::stable_sort(threads_.begin(), threads_.end(), [](const ThreadUse& a, const ThreadUse& b) {
+        return a.busy != b.busy ? a.busy > b.busy : a.name < b.name;
+    });
+    long long inMethods = 0;
+    for (auto& [key, method] : byMethod_) {
+        inMethods += method.own;
+        method.total = std::min(method.total, busy_);
+        methods_.push_back(method);
+    }
+    unmonitored_ = std::max(0LL, busy_ - inMethods);
+    std::stable_sort(methods_.begin(), methods_.end(), [](const MethodUse& a, const MethodUse& b) {
+        return a.own != b.own ? a.own > b.own : a.total > b.total;
+    });
+}
+
+} // namespace prb

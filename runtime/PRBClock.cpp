@@ -1,0 +1,3 @@
+#include "runtime/PRBClock.h"
+
+std::atomic<timeval (*)()> PRBClock::source{nullptr};

@@ -1,0 +1,29 @@
+// The wall clock of the runtime model, in one place so that tests can script it.
+#ifndef PRB_RUNTIME_PRBCLOCK_H
+#define PRB_RUNTIME_PRBCLOCK_H
+
+#include <atomic>
+#include <sys/time.h>
+
+namespace PRBClock {
+
+// Null: the time of day of the system.
+extern std::atomic<timeval (*)()> source;
+
+inline timeval now() {
+    if (timeval(*scripted)() = source.load(std::memory_order_relaxed)) return scripted();
+    timeval t;
+    gettimeofday(&t, nullptr);
+    return t;
+}
+
+inline long long toMillis(const timeval& t) {
+    return static_cast<long long>(t.tv_sec) * 1000 + t.tv_usec / 1000;
+}
+inline long long toMicros(const timeval& t) {
+    return static_cast<long long>(t.tv_sec) * 1000000 + t.tv_usec;
+}
+
+} // namespace PRBClock
+
+#endif

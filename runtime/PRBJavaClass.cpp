@@ -1,0 +1,145 @@
+#include "runtime/PRBJavaClass.h"
+
+#include "core/PRBMaskLists.h"
+#include "core/PRBTrace.h"
+#include "runtime/PRBJavaMethod.h"
+
+#include <new>
+
+namespace {
+
+struct FieldRow {
+    char signature;
+    PRBJavaClass::Field::Type type;
+    int length; // bytes
+};
+constexpr FieldRow kFieldTypes[] = {
+    {'Z', PRBJavaClass::Field::kBoolean, 1}, {'C', PRBJavaClass::Field::kChar, 2},
+    {'B', PRBJavaClass::Field::kByte, 1},    {'S', PRBJavaClass::Field::kShort, 2},
+    {'I', PRBJavaClass::Field::kInt, 4},     {'J', PRBJavaClass::Field::kLong, 8},
+    {'F', PRBJavaClass::Field::kFloat, 4},   {'D', PRBJavaClass::Field::kDouble, 8},
+    {'L', PRBJavaClass::Field::kObject, 4},  {'[', PRBJavaClass::Field::kArray, 4},
+};
+
+std::size_t bytesOf(int fields) {
+    return static_cast<std::size_t>(fields) * sizeof(PRBJavaClass::Field);
+}
+
+// Null, and a count of 0, when the event lists none.
+PRBJavaClass::Field* copyFields(const JVMPI_Field* fields, int& count) {
+    if (fields == nullptr || count <= 0) {
+        count = 0;
+        return nullptr;
+    }
+    void* block = PRBMemoryManager::allocate(bytesOf(count));
+    if (block == nullptr) {
+        count = 0;
+        return nullptr;
+    }
+    auto* copy = static_cast<PRBJavaClass::Field*>(block);
+    for (int i = 0; i < count; ++i) {
+        new (copy + i) PRBJavaClass::Field;
+        copy[i].setType(fields[i].field_signature);
+    }
+    return copy;
+}
+
+// Takes `amount` away unless that would fall below zero.
+void subtractFloored(std::atomic<long long>& counter, long long amount) {
+    long long value = counter.load(std::memory_order_relaxed);
+    while (value >= amount &&
+           !counter.compare_exchange_weak(value, value - amount, std::memory_order_relaxed)) {
+    }
+}
+
+} // namespace
+
+void PRBJavaClass::Field::setType(const char* signature) {
+    if (signature == nullptr) return;
+    for (const FieldRow& row : kFieldTypes)
+        if (row.signature == *signature) type = row.type;
+}
+
+int PRBJavaClass::Field::getLength() const {
+    for (const FieldRow& row : kFieldTypes)
+        if (row.type == type) return row.length;
+    return 0;
+}
+
+PRBJavaClass::PRBJavaClass(JVMPI_Event* event) {
+    PRBTraceScope trace(PRBTraceClass::kMain, PRBComponent::kClass, "PRBJavaClass constructor");
+    const auto& load = event->u.class_load;
+    className.set(load.class_name);
+    sourceName.set(load.source_name);
+    setNewId(load.class_id);
+    numInterfaces = load.num_interfaces;
+    numStaticFields = load.num_static_fields;
+    staticFields = copyFields(load.statics, numStaticFields);
+    numInstanceFields = load.num_instance_fields;
+    instanceFields = copyFields(load.instances, numInstanceFields);
+}
+
+PRBJavaClass::~PRBJavaClass() {
+    PRBMemoryManager::release(staticFields, bytesOf(numStaticFields));
+    PRBMemoryManager::release(instanceFields, bytesOf(numInstanceFields));
+}
+
+bool PRBJavaClass::isEqual(const PRBCollectable* other) const {
+    return other != nullptr && other->isA() == isA() &&
+           static_cast<const PRBJavaClass*>(other)->getClassId() == getClassId();
+}
+
+int PRBJavaClass::shouldBeMonitored() {
+    PRBTraceScope trace(PRBTraceClass::kFrequent, PRBComponent::kClass,
+                        "PRBJavaClass::shouldBeMonitored");
+    if (isDead()) return trace.returns(PRBMonitored::kIgnore);
+    std::uint32_t word = readDecision();
+    if ((word & 3U) != PRBMonitored::kUndecided) return trace.returns(static_cast<int>(word & 3U));
+    return trace.returns(
+        storeDecision(word, PRBMaskLists::shouldClassBeMonitored(className.c_str())));
+}
+
+void PRBJavaClass::learnNames(const char* name, const char* source) {
+    bool renamed = className.empty() && name != nullptr && *name != '\0';
+    if (renamed) className.set(name);
+    if (sourceName.empty()) sourceName.set(source);
+    if (renamed) markUndecided();
+}
+
+void PRBJavaClass::objectCreated(int size) {
+    allocations.fetch_add(1, std::memory_order_relaxed);
+    objectFound(size);
+}
+
+void PRBJavaClass::objectFound(int size) {
+    liveObjects.fetch_add(1, std::memory_order_relaxed);
+    liveBytes.fetch_add(size, std::memory_order_relaxed);
+}
+
+void PRBJavaClass::objectFreed(int size) {
+    frees.fetch_add(1, std::memory_order_relaxed);
+    subtractFloored(liveObjects, 1);
+    subtractFloored(liveBytes, size);
+}
+
+void PRBJavaClass::resetStats() {
+    resetLive();
+    allocations.store(0, std::memory_order_relaxed);
+    frees.store(0, std::memory_order_relaxed);
+    moves.store(0, std::memory_order_relaxed);
+}
+
+void PRBJavaClass::resetLive() {
+    liveObjects.store(0, std::memory_order_relaxed);
+    liveBytes.store(0, std::memory_order_relaxed);
+}
+
+void PRBJavaClass::markDead() {
+    dead.store(true, std::memory_order_release);
+    newDecisionEpoch();
+}
+
+void PRBJavaClass::addMethod(PRBJavaMethod* method) {
+    method->next = methods;
+    methods = method;
+}

@@ -1,0 +1,115 @@
+// A loaded class as the VM reported it: names, fields, and what was allocated of it.
+#ifndef PRB_RUNTIME_PRBJAVACLASS_H
+#define PRB_RUNTIME_PRBJAVACLASS_H
+
+#include "jvmpi/jvmpi.h"
+#include "runtime/PRBJavaObject.h"
+#include "runtime/PRBSharedText.h"
+
+#include <atomic>
+
+class PRBJavaMethod;
+
+// Built by the class-load handler, kept in "_ClassTable" by class id. Pointers to it are cached
+// in many places, so a record of the registry is never deleted: an unloaded class is marked
+// dead (see PRBUnloadedRecords). Statistics are updated by any thread without a lock.
+class PRBJavaClass : public PRBJavaObject {
+public:
+    // The type of a field, from the first character of its signature.
+    class Field {
+    public:
+        enum Type : int {
+            kBoolean = 0,
+            kChar = 1,
+            kByte = 2,
+            kShort = 3,
+            kInt = 4,
+            kLong = 5,
+            kFloat = 6,
+            kDouble = 7,
+            kObject = 8,
+            kArray = 9
+        };
+        // Null, empty and unknown signatures leave the type as it is.
+        void setType(const char* signature);
+        int getType() const { return type; }
+        // Bytes that the field takes in a heap dump: a reference is a 4-byte id there. 0 for an
+        // unknown type.
+        int getLength() const;
+
+    private:
+        int type = -1;
+    };
+
+    PRBJavaClass() = default;
+    explicit PRBJavaClass(JVMPI_Event* event); // a class-load event
+    explicit PRBJavaClass(jobjectID id) : classId(id) {}
+    ~PRBJavaClass() override;
+    PRBJavaClass(const PRBJavaClass&) = delete;
+    PRBJavaClass& operator=(const PRBJavaClass&) = delete;
+
+    std::uint16_t isA() const override { return 32744; }
+    std::uint32_t hash() const override { return foldPointer(getClassId()); }
+    bool isEqual(const PRBCollectable* other) const override;
+    int shouldBeMonitored() override; // a dead class answers 1
+
+    const char* getClassName() const { return className.c_str(); }
+    const char* getSourceName() const { return sourceName.c_str(); }
+    // Stored only while the text is empty: a replayed load does not rename a class.
+    void learnNames(const char* name, const char* source);
+    jobjectID getClassId() const { return classId.load(std::memory_order_relaxed); }
+    // REQUIRES: the record is out of its registry, whose hash the id is.
+    void setNewId(jobjectID id) { classId.store(id, std::memory_order_relaxed); }
+    jobjectID getSuperClass() const { return superClass.load(std::memory_order_relaxed); }
+    void setSuperClass(jobjectID id) { superClass.store(id, std::memory_order_relaxed); }
+    int getNumInterfaces() const { return numInterfaces; }
+    int getNumStaticFields() const { return numStaticFields; }
+    int getNumInstanceFields() const { return numInstanceFields; }
+    // REQUIRES: 0 <= i < the number of fields.
+    const Field* getStaticField(int i) const { return &staticFields[i]; }
+    const Field* getInstanceField(int i) const { return &instanceFields[i]; }
+    const Field* getStaticFields() const { return staticFields; }     // null when none
+    const Field* getInstanceFields() const { return instanceFields; } // null when none
+
+    void objectCreated(int size); // bytes
+    void objectFreed(int size);
+    void objectMoved() { moves.fetch_add(1, std::memory_order_relaxed); }
+    void resetStats();
+    // Zeroes the live objects and bytes only: a heap dump counts them anew.
+    void resetLive();
+    // Counts one object of a heap dump: live only, no allocation.
+    void objectFound(int size);
+    long long getNumObjects() const { return liveObjects.load(std::memory_order_relaxed); }
+    long long getNumBytes() const { return liveBytes.load(std::memory_order_relaxed); }
+    long long getNumAllocations() const { return allocations.load(std::memory_order_relaxed); }
+    long long getNumFree() const { return frees.load(std::memory_order_relaxed); }
+    long long getNumMove() const { return moves.load(std::memory_order_relaxed); }
+
+    // At unload, under the class registry: never monitored from now on.
+    void markDead();
+    bool isDead() const { return dead.load(std::memory_order_acquire); }
+
+    // The class's methods, for its unload. REQUIRES: the method registry held.
+    void addMethod(PRBJavaMethod* method);
+    PRBJavaMethod* firstMethod() const { return methods; }
+
+private:
+    PRBSharedText className;
+    PRBSharedText sourceName;
+    std::atomic<jobjectID> classId{nullptr};
+    std::atomic<jobjectID> superClass{nullptr};
+    int numInterfaces = 0;
+    Field* staticFields = nullptr;
+    Field* instanceFields = nullptr;
+    int numStaticFields = 0;
+    int numInstanceFields = 0;
+    std::atomic<long long> liveObjects{0};
+    std::atomic<long long> liveBytes{0};
+    std::atomic<long long> allocations{0};
+    std::atomic<long long> frees{0};
+    std::atomic<long long> moves{0};
+    std::atomic<bool> dead{false};
+    PRBJavaMethod* methods = nullptr;
+};
+
+#endif

@@ -1,0 +1,62 @@
+// What one thread did in one method between two collections.
+#ifndef PRB_RUNTIME_PRBMETHODFREQUENCY_H
+#define PRB_RUNTIME_PRBMETHODFREQUENCY_H
+
+#include "runtime/PRBJavaThread.h"
+
+class PRBJavaClass;
+class PRBMethodUsageSample;
+
+// Kept in the thread's frequency table by method id. Written by the owning thread (exits,
+// allocations, contention) and by the sampler, read and reset by a data return; the counters
+// are relaxed atomics. The names and the class belong to the data return.
+class PRBJavaThread::MethodFrequency : public PRBCollectable {
+public:
+    explicit MethodFrequency(jmethodID method) : methodId(method) {}
+
+    std::uint16_t isA() const override { return 32735; }
+    std::uint32_t hash() const override { return foldPointer(methodId); }
+    bool isEqual(const PRBCollectable* other) const override;
+
+    // Level 0 is the method's own CPU, any other a callee's. A non-zero exit sequence that was
+    // the last one counted is ignored: a recursive method gets a callee's CPU once per exit.
+    void sampleCPU(int level, long long cpu, long long exitSequence);
+    void contentionEvent(long long time, _MonitorEvent kind); // nanoseconds
+    void heapAllocationEvent(long long size);                 // bytes; does not set updated
+    bool reportForThisMethod();
+    // The same, asked again only after a decision may have changed; for the sampler.
+    bool isReported();
+    // Answers 1 when a sample was written. REQUIRES: no registry held.
+    int createSample(PRBMethodUsageSample& sample, long long nowMs, long long value310,
+                     long long value315);
+
+    jmethodID getMethodId() const { return methodId; }
+    bool isNotReportable() const { return notReportable.load(std::memory_order_relaxed); }
+    bool isUpdated() const { return updated.load(std::memory_order_relaxed) != 0; }
+    long long getOwnCPU() const { return ownCpu.load(std::memory_order_relaxed); }
+    long long getCalleeCPU() const { return calleeCpu.load(std::memory_order_relaxed); }
+    long long getContentionCount() const { return contentions.load(std::memory_order_relaxed); }
+    long long getContentionTime() const { return contentionNs.load(std::memory_order_relaxed); }
+    long long getWaitCount() const { return waits.load(std::memory_order_relaxed); }
+    long long getWaitTime() const { return waitNs.load(std::memory_order_relaxed); }
+    long long getAllocationCount() const { return allocations.load(std::memory_order_relaxed); }
+    long long getAllocatedBytes() const { return allocatedBytes.load(std::memory_order_relaxed); }
+
+private:
+    bool fillNames();
+    struct Taken;
+    Taken take();
+
+    std::atomic<bool> notReportable{false};
+    std::atomic<const PRBJavaClass*> cls{nullptr};
+    std::string className, methodName, methodSignature;
+    const jmethodID methodId;
+    std::atomic<long long> ownCpu{0}, calleeCpu{0};
+    std::atomic<long long> contentions{0}, waits{0}, allocations{0};
+    std::atomic<long long> contentionNs{0}, waitNs{0}, allocatedBytes{0};
+    std::atomic<int> updated{0};
+    std::atomic<long long> lastExitSequence{0};
+    std::atomic<std::uint64_t> reportDecision{0}; // epoch in the high half, answer + 1 in the low
+};
+
+#endif

@@ -1,0 +1,124 @@
+// One cycle of the sampler: list the threads, stop and look (PRBSamplerWindow), charge.
+#include "core/PRBContext.h"
+#include "core/PRBFormat.h"
+#include "core/PRBMonitorHashTable.h"
+#include "core/PRBTrace.h"
+#include "runtime/PRBJavaMethod.h"
+#include "runtime/PRBJavaThread.h"
+#include "runtime/PRBProfilerCPUSampler.h"
+#include "runtime/PRBReclaimer.h"
+
+namespace {
+
+constexpr const char* kName = PRBComponent::kCpuSampler;
+// Object records that a collection has left behind, deleted per cycle.
+constexpr std::size_t kReclaimedObjects = 4096;
+
+bool canSample(const JVMPI_Interface* jvmpi) {
+    return jvmpi != nullptr && jvmpi->GetThreadStatus != nullptr &&
+           jvmpi->SuspendThread != nullptr && jvmpi->ResumeThread != nullptr &&
+           jvmpi->ThreadHasRun != nullptr && jvmpi->GetCallTrace != nullptr;
+}
+
+} // namespace
+
+void PRBProfilerCPUSampler::runCycle() {
+    PRBMonitorHashTable* threadTable = PRBContext::getThreadTable();
+    if (PRBContext::getMethodTable() == nullptr || PRBContext::getClassTable() == nullptr ||
+        threadTable == nullptr)
+        return;
+    cycleCount.fetch_add(1, std::memory_order_relaxed);
+    const bool debug = PRBTrace::isDebugEnabled(kName);
+    if (debug) PRBTrace::writeToLog("Scanning threads");
+    if (!canSample(jvmpi)) return;
+    JNIEnv* self = PRBJavaThread::getEnvIdForCurrentThread();
+    const bool methods = (PRBContext::getDataBeingCollected() & PRBCollect::kMethods) != 0;
+    {
+        // Held until the samples are charged: no thread of the list is purged meanwhile. It is
+        // taken before the first suspension, so no suspended thread can own it.
+        PRBTableLock hold(*threadTable);
+        const int threads = listThreads(*threadTable);
+        PRBSamplerWindow window(*jvmpi, list, threads, slots, self, methods);
+        window.run();
+        if (window.getSuspended() > 0) {
+            if (debug)
+                PRBTrace::log("The number of threads that were suspended and resumed was %i - the "
+                              "number of active threads was %i",
+                              window.getSuspended(), window.getActive());
+            charge(window.getSuspended());
+        }
+    }
+    if (PRBMonitorHashTable* objects = PRBContext::getObjectTable())
+        objects->reclaim(kReclaimedObjects);
+}
+
+// The threads that may be sampled, into `list`; answers how many.
+int PRBProfilerCPUSampler::listThreads(PRBMonitorHashTable& table) {
+    if (!reserve(static_cast<int>(table.entries()))) return 0;
+    int count = 0;
+    PRBHashSet::Iterator walk(table);
+    while (auto* thread = static_cast<PRBJavaThread*>(walk()))
+        if (thread->isThisBackgroundThread() == 0 && thread->getThreadState() != kThreadEnded &&
+            count < capacity)
+            list[count++] = thread;
+    return count;
+}
+
+bool PRBProfilerCPUSampler::reserve(int threads) {
+    if (threads <= capacity) return true;
+    releaseBuffers();
+    const int wanted = threads + threads / 2;
+    const auto n = static_cast<std::size_t>(wanted);
+    slots = static_cast<PRBSamplerWindow::TraceSlot*>(
+        PRBMemoryManager::allocate(n * sizeof(PRBSamplerWindow::TraceSlot)));
+    list = static_cast<PRBJavaThread**>(PRBMemoryManager::allocate(n * sizeof(PRBJavaThread*)));
+    capacity = wanted;
+    if (slots != nullptr && list != nullptr) return true;
+    releaseBuffers();
+    return false;
+}
+
+void PRBProfilerCPUSampler::releaseBuffers() {
+    const auto n = static_cast<std::size_t>(capacity);
+    if (slots != nullptr) PRBMemoryManager::release(slots, n * sizeof(PRBSamplerWindow::TraceSlot));
+    if (list != nullptr) PRBMemoryManager::release(list, n * sizeof(PRBJavaThread*));
+    slots = nullptr;
+    list = nullptr;
+    capacity = 0;
+}
+
+void PRBProfilerCPUSampler::charge(int suspended) {
+    PRBMonitorHashTable& methodTable = *PRBContext::getMethodTable();
+    const bool methods = (PRBContext::getDataBeingCollected() & PRBCollect::kMethods) != 0;
+    const bool debug = PRBTrace::isDebugEnabled(kName);
+    PRBReclaimer::Reader hold; // the methods found are asked about outside their registry
+    for (int i = 0; i < suspended; ++i) {
+        const PRBSamplerWindow::TraceSlot& slot = slots[i];
+        if (slot.frameCount == 0) continue;
+        PRBJavaThread* thread = list[i];
+        if (debug)
+            PRBTrace::log("Got stack data for thread " PRB_PTR, prbPtr(thread->getThreadId()));
+        const PRBJavaMethod key(slot.frames[0].method_id);
+        auto* top = static_cast<PRBJavaMethod*>(methodTable.find(&key));
+        if (top != nullptr && top->shouldBeMonitored() == PRBMonitored::kMonitor) {
+            thread->countSampledCpu();
+            busyCount.fetch_add(1, std::memory_order_relaxed);
+            if (methods) thread->saveMethodFrequency(slot.frames, slot.frameCount);
+            if (debug)
+                PRBTrace::log("Recorded thread busy for thread " PRB_PTR,
+                              prbPtr(thread->getEnvId()));
+        } else if (debug) {
+            PRBTrace::log("Thread busy for thread " PRB_PTR " was ignored",
+                          prbPtr(thread->getEnvId()));
+        }
+    }
+}
+
+// The unit of these two times changes from nanoseconds to samples.
+void PRBProfilerCPUSampler::forgetTimesOfThreads() {
+    PRBMonitorHashTable* table = PRBContext::getThreadTable();
+    if (table == nullptr) return;
+    PRBTableLock hold(*table);
+    PRBHashSet::Iterator walk(*table);
+    while (auto* thread = static_cast<PRBJavaThread*>(walk())) thread->forgetUnsampledTimes();
+}

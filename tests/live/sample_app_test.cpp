@@ -1,0 +1,120 @@
+// The sample server under the agent, with every collector of the JVM.
+#include "tests/live/Live.h"
+
+#include <fstream>
+#include <sstream>
+
+using nlohmann::json;
+using testing::AllOf;
+using testing::HasSubstr;
+using testing::Not;
+
+namespace live {
+namespace {
+
+class SampleApp : public PerJdk {
+protected:
+    Profiled sample(const std::vector<std::string>& jvm, int seconds) {
+        std::vector<std::string> java = jvm;
+        java.insert(java.end(),
+                    {"-jar", product("sample.jar"), "--seconds", std::to_string(seconds)});
+        return profile(jdk(), {}, java);
+    }
+};
+
+TEST_P(SampleApp, ThePricingStepIsTheTopMethod) {
+    const Profiled p = sample({}, 8);
+    EXPECT_EQ(p.result.exitCode, 0);
+    EXPECT_THAT(p.result.out, AllOf(HasSubstr("orders per second"), HasSubstr("balanced"),
+                                    Not(HasSubstr("NOT balanced"))));
+    EXPECT_EQ(p.result.err, "");
+    ASSERT_TRUE(p.report.is_object());
+    const json& run = p.report["run"];
+    EXPECT_EQ(run["bits"], jdk().bits);
+    EXPECT_EQ(run["complete"], true);
+    EXPECT_EQ(run["errors"], json::array());
+    EXPECT_GE(run["polls"].get<int>(), 7);
+    EXPECT_GT(run["cycles"].get<int>(), 400);
+    const json& top = p.report["methods"][0];
+    EXPECT_EQ(top["class"], "com.tessel.prb.sample.PricingEngine");
+    EXPECT_EQ(top["method"], "priceOrder");
+    EXPECT_GT(top["own_share"].get<double>(), 30);
+}
+
+TEST_P(SampleApp, TheAgentsOwnThreadsAreMarked) {
+    const Profiled p = sample({}, 3);
+    bool poller = false;
+    for (const json& t : p.report["threads"]) {
+        EXPECT_NE(t["name"], "PRB_CPUSampler_Thread");
+        if (t["name"] == "PRB_Poller_Thread") {
+            poller = true;
+            EXPECT_EQ(t["own"], true);
+        } else {
+            EXPECT_EQ(t["own"], false) << t["name"];
+        }
+    }
+    EXPECT_TRUE(poller);
+}
+
+TEST_P(SampleApp, EveryCollectorOfTheJvmIsSurvived) {
+    std::vector<std::string> collectors = {"-XX:+UseSerialGC", "-XX:+UseParallelGC", "-XX:+UseG1GC",
+                                           "-XX:+UseShenandoahGC"};
+    if (jdk().bits == 64) collectors.push_back("-XX:+UseZGC");
+    for (const std::string& collector : collectors) {
+        if (run({jdk().home + "/bin/java", collector, "-version"}).exitCode != 0) {
+            std::printf("%s has no %s\n", jdk().name.c_str(), collector.c_str());
+            continue;
+        }
+        const Profiled p = sample({collector, "-Xmx256m"}, 3);
+        EXPECT_EQ(p.result.exitCode, 0) << collector << p.result.err;
+        EXPECT_THAT(p.result.out, HasSubstr("orders per second")) << collector;
+        EXPECT_EQ(p.report["run"]["complete"], true) << collector;
+        EXPECT_GT(p.report["run"]["busy_samples"].get<int>(), 50) << collector;
+    }
+}
+
+TEST_P(SampleApp, CheckedJniFindsNothing) {
+    const Profiled p = sample({"-Xcheck:jni"}, 3);
+    EXPECT_EQ(p.result.exitCode, 0);
+    EXPECT_THAT(p.result.out, Not(HasSubstr("WARNING")));
+    EXPECT_THAT(p.result.out, Not(HasSubstr("FATAL")));
+    EXPECT_EQ(p.result.err, "");
+}
+
+TEST_P(SampleApp, EveryRecordOfTheCaptureCanBeDecoded) {
+    const Profiled p = sample({}, 3);
+    const prb::Captured decoded = run({prb(), "decode", p.capture});
+    EXPECT_EQ(decoded.exitCode, 0) << decoded.err;
+    std::istringstream lines(decoded.out);
+    std::string line;
+    std::map<int, int> types;
+    json first, last;
+    while (std::getline(lines, line)) {
+        last = json::parse(line);
+        if (first.is_null()) first = last;
+        types[last["type"].get<int>()]++;
+        EXPECT_NE(last["type_name"], "Unknown") << line.substr(0, 200);
+        EXPECT_FALSE(last.contains("error")) << line.substr(0, 200);
+    }
+    EXPECT_EQ(first["type"], 1); // the run's facts before the first poll
+    EXPECT_EQ(last["type"], 998);
+    EXPECT_EQ(types[1], 2); // and again with the last
+    EXPECT_GT(types[10], 10);
+    EXPECT_GT(types[11], 10);
+    EXPECT_EQ(types[998], p.report["run"]["polls"].get<int>());
+}
+
+TEST_P(SampleApp, ReportsInEveryFormatComeOutOfOneCapture) {
+    const Profiled p = sample({}, 3);
+    const prb::Captured text = run({prb(), "report", p.capture, "--top", "5"});
+    EXPECT_EQ(text.exitCode, 0);
+    EXPECT_THAT(text.out, HasSubstr("com.tessel.prb.sample.PricingEngine.priceOrder(Order)"));
+    const prb::Captured csv = run({prb(), "report", p.capture, "--format", "csv"});
+    EXPECT_EQ(csv.exitCode, 0);
+    EXPECT_THAT(csv.out, HasSubstr("method,priceOrder,com.tessel.prb.sample.PricingEngine"));
+}
+
+PRB_FOR_EVERY_JDK(SampleApp);
+
+} // namespace
+} // namespace live
