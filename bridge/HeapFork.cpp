@@ -28,7 +28,9 @@ bool protectHeapFromFork(const VmStructs& vm) {
     const auto from = *reinterpret_cast<const uintptr_t*>(region + *start);
     const auto bytes = *reinterpret_cast<const size_t*>(region + *words) * sizeof(void*);
     const auto page = static_cast<uintptr_t>(sysconf(_SC_PAGESIZE));
-    if (from == 0 || bytes == 0 || from % page != 0) return false;
+    // ZGC names no range: its heap is shared memory, which no fork copies.
+    if (from == 0 || bytes == 0) return true;
+    if (from % page != 0) return false;
     heapStart = reinterpret_cast<void*>(from);
     heapBytes = bytes;
     return madvise(heapStart, heapBytes, MADV_DONTFORK) == 0 &&

@@ -14,9 +14,11 @@
 
 namespace bridge {
 
-// The price of a sample: the mean length of a cycle, in nanoseconds. A mean, and not the length of
-// the cycle at hand, because the reader of the data multiplies by the mean: a thread that was not
-// looked at in a long cycle catches up in the short ones that follow.
+// The price of a sample: the mean length of the latest cycles, in nanoseconds. A mean, and not the
+// length of the cycle at hand, because the reader of the data multiplies by the mean: a thread that
+// ran through a long cycle catches up in the short ones that follow. Of the latest cycles alone,
+// because cycles grow and shrink with the load of the machine: a thread with a steady share of a
+// processor is to have the same share of the cycles, whatever their length is at the time.
 class CycleClock {
 public:
     // Notes a cycle at `nowNs` (CLOCK_MONOTONIC). False if it starts a new run: the first cycle
@@ -28,7 +30,7 @@ public:
 private:
     static constexpr std::int64_t kPauseNs = 2'000'000'000; // and at least 20 mean cycles
     static constexpr int kPauseCycles = 20;
-    static constexpr int kWindow = 1024; // cycles that the mean remembers
+    static constexpr int kWindow = 64; // cycles that the mean remembers
 
     std::int64_t lastNs_ = 0;
     double meanNs_ = 0;

@@ -32,12 +32,19 @@ constexpr int kSp = REG_UESP; // REG_ESP is the kernel's copy from before the tr
 constexpr jint kUnknownNotJava = -3;
 constexpr jint kNotWalkableNotJava = -4;
 constexpr jint kUnknownJava = -5;
-// How many words above the stack pointer are tried as the return address. The first two do nearly
-// all of it.
-constexpr int kPopTries = 6;
+constexpr jint kNotWalkableJava = -6;
+// How many words above the stack pointer are searched for a return address into Java code: enough
+// for a leaf call through the C library into the kernel's clock page. That far up there always is
+// stack: below every Java frame lie those that started the thread.
+constexpr int kSearchWords = 96;
+// The same while it is unknown what Java code is: the first two do nearly all of it.
+constexpr int kGuessWords = 6;
+// Walks that are tried at most.
+constexpr int kMostWalks = 8;
 
 // Constant while a handler can run.
 std::atomic<AsyncGetCallTraceFn> walker{nullptr};
+CodeRange javaCode;
 std::atomic<int> signalNumber{0};
 std::atomic<pid_t> process{0}; // a forked child has the handler, but not this id
 std::atomic<int> ignored{0};   // the signal that uninstall() left ignored
@@ -45,25 +52,35 @@ std::atomic<int> ignored{0};   // the signal that uninstall() left ignored
 // ---- In the signal handler: no allocation, no lock, no log ------------------------------------
 
 bool topFrameUnknown(jint frames) {
-    return frames == kUnknownNotJava || frames == kNotWalkableNotJava || frames == kUnknownJava;
+    return frames == kUnknownNotJava || frames == kNotWalkableNotJava || frames == kUnknownJava ||
+           frames == kNotWalkableJava;
 }
 
+// The stack words that are read may lie in other frames' red zones and padding.
+#if defined(__SANITIZE_ADDRESS__)
+__attribute__((no_sanitize("address")))
+#endif
 void walk(SampleSlot& slot, ucontext_t* context, AsyncGetCallTraceFn walkStack) {
     JVMPI_CallTrace trace{slot.env, 0, slot.frames};
     walkStack(&trace, kSampleDepth, context);
     if (topFrameUnknown(trace.num_frames)) {
-        // Pretend that the function has returned: the pc is the return address, less one to lie
-        // within the call instruction.
+        // In a prologue, an epilogue, or C code without a frame pointer that Java code called
+        // directly. Pretend that the function has returned: the pc is the return address, less one
+        // to lie within the call instruction.
         greg_t* registers = context->uc_mcontext.gregs;
         const greg_t pc = registers[kPc];
         const greg_t sp = registers[kSp];
         const auto* stack = reinterpret_cast<const std::uintptr_t*>(sp);
         const jint firstResult = trace.num_frames;
-        for (int k = 0; k < kPopTries && trace.num_frames <= 0; k++) {
+        const bool known = javaCode.known();
+        int walksLeft = kMostWalks;
+        for (int k = 0; k < (known ? kSearchWords : kGuessWords); k++) {
+            if (known && !javaCode.contains(stack[k])) continue;
             registers[kPc] = static_cast<greg_t>(stack[k] - 1);
             registers[kSp] = static_cast<greg_t>(reinterpret_cast<std::uintptr_t>(stack + k + 1));
             trace.num_frames = 0;
             walkStack(&trace, kSampleDepth, context);
+            if (trace.num_frames > 0 || --walksLeft == 0) break;
         }
         registers[kPc] = pc;
         registers[kSp] = sp;
@@ -130,7 +147,7 @@ void onSample(int, siginfo_t* info, void* context) {
 
 } // namespace
 
-bool SampleSignal::install(AsyncGetCallTraceFn walk, std::string& problem) {
+bool SampleSignal::install(AsyncGetCallTraceFn walk, CodeRange code, std::string& problem) {
     if (number() != 0) {
         problem = "the sampling signal is taken already";
         return false;
@@ -142,6 +159,7 @@ bool SampleSignal::install(AsyncGetCallTraceFn walk, std::string& problem) {
                           (present.sa_handler == SIG_DFL ||
                            (present.sa_handler == SIG_IGN && candidate == ignored.load()));
         if (!free) continue;
+        javaCode = code;
         walker.store(walk, std::memory_order_relaxed);
         process.store(getpid(), std::memory_order_relaxed);
         struct sigaction ours {};

@@ -6,7 +6,6 @@
 #include <unistd.h>
 
 #include "bridge/Clocks.h"
-#include "bridge/KernelThread.h"
 #include "bridge/SampleSignal.h"
 
 namespace bridge {
@@ -85,7 +84,7 @@ StackSampler::~StackSampler() {
 
 bool StackSampler::start(std::string& problem) {
     const Call call(*this);
-    installed_ = SampleSignal::install(vm_.asyncGetCallTrace(), problem);
+    installed_ = SampleSignal::install(vm_.asyncGetCallTrace(), vm_.codeRange(), problem);
     signalReady_ = installed_;
     return installed_;
 }
@@ -175,18 +174,18 @@ bool StackSampler::payableNow(ThreadRecord& record) {
     return judge(account.credit, account.trace, false, true) == Verdict::kSampleKept;
 }
 
-// Whether the thread runs, or would if a processor were free, at this moment.
+// Whether what the thread does at this moment is what it spends CPU time on.
 bool StackSampler::isRunning(ThreadRecord& record, int state, std::int64_t spentNs) const {
-    const SamplerAccount& account = record.account;
     if (state == VmStructs::kBlocked) return false;
-    if (state != VmStructs::kInNative) return true;
-    const bool due = account.credit.due();
-    if (spentNs <= 0 && !due) return false;
-    // In native code: perhaps in a blocking system call. The clock of a thread that runs at this
-    // very moment moves on; one that is only ready to run is found out through the kernel.
-    const pid_t tid = record.tid.load(std::memory_order_relaxed);
-    if (threadCpuNs(tid) > account.cpuNs) return true;
-    return due && account.trace != KeptTrace::kFresh && isOnRunQueue(tid);
+    if (state != VmStructs::kInNative && state != VmStructs::kInVm) {
+        return true; // in Java, be it running or preempted
+    }
+    if (spentNs <= 0 && !record.account.credit.due()) return false;
+    // In native code or in the VM, perhaps in a system call, which may block and is also where a
+    // kernel with lazy preemption prefers to take the processor away. A thread on a processor is told by its
+    // clock, which moves on. One that is only ready to run (the kernel's state R) does not count:
+    // mostly it has just been woken, and would be charged to the call in which it slept.
+    return threadCpuNs(record.tid.load(std::memory_order_relaxed)) > record.account.cpuNs;
 }
 
 void StackSampler::decide(ThreadRecord& record) {

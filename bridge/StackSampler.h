@@ -9,7 +9,7 @@
 //
 // Which threads have run (RunCredit.h has the arithmetic). A look adds the CPU time since the
 // thread's last look, less what our own handler used, to the thread's account. Then:
-//   due, and running or ready to run          stopped and counted, with what it runs;
+//   due, and in Java code or on a processor   stopped and counted, with what it runs;
 //   due, but blocked or waiting               counted with the last trace that was seen while it
 //                                             ran and is not yet counted; without one it keeps its
 //                                             credit: one more cycle's worth, then the last trace
@@ -55,7 +55,7 @@ struct SamplerCounters {
     std::atomic<std::uint64_t> samples{0};        // "has run" answers
     std::atomic<std::uint64_t> traces{0};         // stacks walked with at least one frame
     std::atomic<std::uint64_t> keptTraces{0};     // samples that used an earlier trace
-    std::atomic<std::uint64_t> chargedBlocked{0}; // samples charged where the thread was blocked
+    std::atomic<std::uint64_t> chargedBlocked{0}; // samples of threads off the processor
     std::atomic<std::uint64_t> timeouts{0};       // threads that did not answer within 50 ms
     std::atomic<std::uint64_t> notSent{0};        // signals that the kernel refused
     std::atomic<std::uint64_t> longStops{0};      // stops that ended by themselves after 200 ms

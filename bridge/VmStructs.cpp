@@ -53,14 +53,17 @@ bool VmStructs::resolve(const SymbolLookup& lookup) {
     if (!readTable(lookup)) return false;
     asyncGetCallTrace_ = reinterpret_cast<AsyncGetCallTraceFn>(lookup("AsyncGetCallTrace"));
     if (!asyncGetCallTrace_) return fail("the JVM does not export AsyncGetCallTrace");
+    // Without the bounds of the code cache a few more stacks cannot be walked; that is no reason to
+    // decline.
+    code_.low = static_cast<const std::uintptr_t*>(staticAddress("CodeCache", "_low_bound"));
+    code_.high = static_cast<const std::uintptr_t*>(staticAddress("CodeCache", "_high_bound"));
     // A field of Thread that JDK 17 lists under JavaThread.
     const std::optional<std::size_t> listed = fieldOffset("JavaThread", "_osthread");
     if (listed)
         osThread_ = *listed;
     else if (!need("Thread", "_osthread", osThread_))
         return false;
-    return need("OSThread", "_thread_id", threadId_) &&
-           need("OSThread", "_state", osState_) &&
+    return need("OSThread", "_thread_id", threadId_) && need("OSThread", "_state", osState_) &&
            need("JavaThread", "_thread_state", threadState_);
 }
 

@@ -37,6 +37,15 @@ struct VmFieldTable {
 // ucontext_t). JVMPI_CallTrace has its layout; a frame's lineno then is a bytecode index.
 using AsyncGetCallTraceFn = void (*)(JVMPI_CallTrace* trace, jint depth, void* context);
 
+// Where the VM keeps the bounds of its code cache, in which compiled methods, stubs and the
+// interpreter lie. Null pointers if the VM does not say.
+struct CodeRange {
+    const std::uintptr_t* low = nullptr;
+    const std::uintptr_t* high = nullptr;
+    bool known() const { return low && high; }
+    bool contains(std::uintptr_t address) const { return address >= *low && address < *high; }
+};
+
 class VmStructs {
 public:
     // HotSpot's JavaThread::_thread_state.
@@ -91,6 +100,7 @@ public:
     int osThreadState(const void* javaThread) const;
 
     AsyncGetCallTraceFn asyncGetCallTrace() const { return asyncGetCallTrace_; }
+    CodeRange codeRange() const { return code_; }
 
 private:
     struct Field {
@@ -115,6 +125,7 @@ private:
 
     VmFieldTable table_;
     AsyncGetCallTraceFn asyncGetCallTrace_ = nullptr;
+    CodeRange code_;
     std::size_t osThread_ = 0;    // Thread::_osthread
     std::size_t threadId_ = 0;    // OSThread::_thread_id
     std::size_t osState_ = 0;     // OSThread::_state

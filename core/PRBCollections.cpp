@@ -110,6 +110,6 @@ std::string PRBTokenizer::operator()(const char* delimiters) {
         return std::string();
     }
     std::size_t end = std::min(text_.find_first_of(delimiters, begin), text_.size());
-    next_ = end;
+    next_ = std::min(end + 1, text_.size()); // the delimiter that ended the token is used up
     return text_.substr(begin, end - begin);
 }

@@ -24,8 +24,7 @@ PRBMonitorHashTable::PRBMonitorHashTable(const char* name, JVMPI_Interface* jvmp
 }
 
 PRBMonitorHashTable::~PRBMonitorHashTable() {
-    while (reclaim(kReclaimStep)) {
-    }
+    while (detached != nullptr) reclaim(kReclaimStep);
 }
 
 void PRBMonitorHashTable::lock() const {

@@ -63,8 +63,10 @@ bool PRBStringMask::operator==(const char* name) const {
     return matchesSegments(name, 0);
 }
 
+// REQUIRES: the text is at least as long as the literal.
 bool PRBStringMask::literalAt(const char* text, const std::string& literal) const {
-    if (caseSensitivity != kIgnoreCase) return literal.compare(0, literal.size(), text) == 0;
+    if (caseSensitivity != kIgnoreCase)
+        return std::memcmp(literal.data(), text, literal.size()) == 0;
     for (std::size_t i = 0; i < literal.size(); ++i)
         if (lower(text[i]) != lower(literal[i])) return false;
     return true;

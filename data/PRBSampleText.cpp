@@ -33,13 +33,14 @@ struct Decimal {
 
 Decimal readDecimal(std::string_view text) {
     text = skip(text, " \t\r");
-    if (!text.empty() && text[0] == '+') text.remove_prefix(1);
+    const bool plus = !text.empty() && text[0] == '+';
+    if (plus) text.remove_prefix(1);
     std::size_t n = 0;
     const auto digitsFrom = [&](std::size_t i) {
         while (i < text.size() && isDigit(text[i])) ++i;
         return i;
     };
-    if (n < text.size() && text[n] == '-') ++n;
+    if (!plus && n < text.size() && text[n] == '-') ++n;
     const std::size_t whole = n;
     n = digitsFrom(n);
     std::size_t digits = n - whole;

@@ -18,7 +18,7 @@ struct ReportOptions {
     bool topGiven = false;
     bool colour = false;     // the text goes to a terminal
     bool unicode = false;    // bars of blocks instead of '#'
-    std::size_t width = 100; // columns of the text
+    std::size_t width = 160; // columns of the text; what a file gets
 };
 
 // The whole report, ending in a newline.

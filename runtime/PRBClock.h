@@ -1,4 +1,4 @@
-// The wall clock of the runtime model, in one place so that tests can script it.
+// The wall clock and the sleep of the runtime model, in one place so that tests can script them.
 #ifndef PRB_RUNTIME_PRBCLOCK_H
 #define PRB_RUNTIME_PRBCLOCK_H
 
@@ -16,6 +16,10 @@ inline timeval now() {
     gettimeofday(&t, nullptr);
     return t;
 }
+
+// Null: sleeps on the monotonic clock.
+extern std::atomic<void (*)(int ms)> sleeper;
+void sleepFor(int ms); // however often it is interrupted
 
 inline long long toMillis(const timeval& t) {
     return static_cast<long long>(t.tv_sec) * 1000 + t.tv_usec / 1000;

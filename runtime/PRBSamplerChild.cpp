@@ -1,5 +1,7 @@
 #include "runtime/PRBSamplerChild.h"
 
+#include "runtime/PRBClock.h"
+
 #include <algorithm>
 #include <cerrno>
 #include <csignal>
@@ -17,12 +19,6 @@ timespec toTimespec(int ms) {
     t.tv_sec = ms / 1000;
     t.tv_nsec = static_cast<long>(ms % 1000) * 1000000L;
     return t;
-}
-
-void sleepFor(int ms) {
-    timespec left = toTimespec(ms);
-    while (clock_nanosleep(CLOCK_MONOTONIC, 0, &left, &left) == EINTR) {
-    }
 }
 
 ssize_t readRetrying(int fd, void* data, std::size_t size) {
@@ -161,7 +157,7 @@ bool PRBSamplerChild::ask(int ms) {
 }
 
 void PRBSamplerChild::pause(int ms) {
-    if (!ask(ms)) sleepFor(ms);
+    if (!ask(ms)) PRBClock::sleepFor(ms);
 }
 
 void PRBSamplerChild::stop() {

@@ -40,7 +40,7 @@ void PRBSamplerWindow::stop() {
     for (int i = 0; i < count_; ++i) {
         PRBJavaThread* thread = threads_[i];
         JNIEnv* env = thread->getEnvId();
-        if (env == self_) continue;
+        if (env == self_ || thread->getThreadState() == kThreadEnded) continue;
         const jint status = jvmpi_.GetThreadStatus(env) & ~JVMPI_THREAD_INTERRUPTED;
         PRBJavaThread::InstrumentedMethodEntry* entry = countedEntry(*thread);
         if (entry != nullptr) entry->incrNumSamples(1);

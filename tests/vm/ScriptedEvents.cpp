@@ -67,7 +67,7 @@ bool ScriptedVm::notify(ScriptedThread& on, JVMPI_Event& event) {
         std::size_t depth = 0;
         if (env != nullptr) {
             depth = env->frames.size();
-            world_->pushFrame(*env, LocalFrame::kEvent, 16);
+            world_->pushFrame(*env, LocalFrame::kInEvent, 16);
             std::swap(before, env->pending); // an event must not see what its thread threw
         }
         {

@@ -47,7 +47,8 @@ DumpBuilder& DumpBuilder::zeros(std::size_t count) {
 }
 
 DumpBuilder& DumpBuilder::cutLast(std::size_t count) {
-    bytes_.resize(bytes_.size() - std::min(count, bytes_.size()));
+    bytes_.erase(bytes_.end() - static_cast<std::ptrdiff_t>(std::min(count, bytes_.size())),
+                 bytes_.end());
     return *this;
 }
 

@@ -38,6 +38,8 @@ void waitForGo() {
     }
 }
 
+#if !defined(__SANITIZE_THREAD__) // which delays signals
+
 // Runs on the thread that is to stop. A thread inside the VM's own code stops when it leaves
 // that code, as a thread in native code of a real VM would go on until it comes back.
 void onStopSignal(int) {
@@ -66,6 +68,8 @@ void installStopHandler() {
     }();
     static_cast<void>(installed);
 }
+
+#endif
 
 } // namespace
 

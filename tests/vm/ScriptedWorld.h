@@ -30,7 +30,7 @@ struct Ref {
 };
 
 struct LocalFrame {
-    enum Kind { kPushed, kNative, kEvent, kBase };
+    enum Kind { kPushed, kNative, kInEvent, kBase };
     Kind kind = kPushed;
     jint capacity = 16;
     std::vector<Ref*> refs;

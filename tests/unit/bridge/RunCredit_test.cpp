@@ -130,6 +130,21 @@ TEST(RunCredit, LongCyclesAreMadeUpForInTheShortOnes) {
     EXPECT_NEAR(sum / kRuns, 1, 0.015);
 }
 
+// The load of the machine doubles the cycles for a part of the run.
+TEST(RunCredit, ASteadyShareIsSampledAlikeInShortAndLongCycles) {
+    double ratios = 0;
+    constexpr std::uint32_t kRuns = 40;
+    for (std::uint32_t seed = 0; seed < kRuns; seed++) {
+        std::vector<double> looks{0};
+        for (int i = 0; i < 3000; i++) {
+            looks.push_back(looks.back() + (i >= 1000 && i < 2000 ? 2.3 * kCycle : kCycle));
+        }
+        const Outcome outcome = sample(bursts(0.3 * kMs, 1.0173 * kMs, 0), looks, seed);
+        ratios += outcome.samples / outcome.due;
+    }
+    EXPECT_NEAR(ratios / kRuns, 1, 0.01);
+}
+
 struct Load {
     const char* name;
     double busy;

@@ -25,6 +25,37 @@ TEST(VmStructs, ReadsTheTableByTheLayoutThatTheVmExports) {
     EXPECT_EQ(vm.asyncGetCallTrace(), &fakeWalk);
 }
 
+TEST(VmStructs, TheOsThreadMayBeListedUnderEitherType) {
+    FakeSymbols symbols;
+    symbols.remove("Thread", "_osthread");
+    symbols.add("JavaThread", "_osthread", offsetof(FakeJavaThread, osThread));
+    VmStructs vm;
+    ASSERT_TRUE(vm.resolve(symbols.lookup())) << vm.problem();
+    FakeJavaThread self;
+    self.os.threadId = gettid();
+    EXPECT_TRUE(vm.verify(self.env(), eetop(self))) << vm.problem();
+}
+
+TEST(VmStructs, TheBoundsOfTheCodeCacheAreWelcomeButNotNeeded) {
+    FakeSymbols without;
+    VmStructs vm;
+    ASSERT_TRUE(vm.resolve(without.lookup()));
+    EXPECT_FALSE(vm.codeRange().known());
+    std::uintptr_t low = 100;
+    std::uintptr_t high = 200;
+    FakeSymbols with;
+    with.add("CodeCache", "_low_bound", 0, &low);
+    with.add("CodeCache", "_high_bound", 0, &high);
+    VmStructs other;
+    ASSERT_TRUE(other.resolve(with.lookup()));
+    ASSERT_TRUE(other.codeRange().known());
+    EXPECT_FALSE(other.codeRange().contains(99));
+    EXPECT_TRUE(other.codeRange().contains(100));
+    high = 300; // read at the time of the question
+    EXPECT_TRUE(other.codeRange().contains(299));
+    EXPECT_FALSE(other.codeRange().contains(300));
+}
+
 TEST(VmStructs, VerifiesAgainstTheCallingThread) {
     FakeSymbols symbols;
     VmStructs vm;

@@ -62,8 +62,7 @@ inline Decoded decode(const std::string& record) {
     std::size_t at = 0;
     const auto number = [&](int n) {
         unsigned long long value = 0;
-        while (n-- > 0)
-            value = value * 256 + static_cast<unsigned char>(record.at(at++));
+        while (n-- > 0) value = value * 256 + static_cast<unsigned char>(record.at(at++));
         return value;
     };
     Decoded d;
@@ -77,8 +76,7 @@ inline Decoded decode(const std::string& record) {
             d.fields.emplace_back(key, "n:" + std::to_string(static_cast<long long>(number(8))));
         } else {
             std::string text;
-            for (unsigned long long n = number(4); n > 0; --n)
-                text += record.at(at++);
+            for (unsigned long long n = number(4); n > 0; --n) text += record.at(at++);
             d.fields.emplace_back(key, "t:" + text);
         }
     }

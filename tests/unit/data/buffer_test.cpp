@@ -146,12 +146,11 @@ TEST_F(BufferTraces, EveryOperationWritesEntryAndExitAtTheMostFrequentClass) {
                 testing::ElementsAre("PRBBuffer::getNextShortIntField Entry",
                                      "PRBBuffer::getNextShortIntField Exit with return value 3"));
     b.streamStringField(4, "ab");
-    EXPECT_THAT(lines(),
-                testing::ElementsAre(
-                    "PRBBuffer::streamStringField Entry", "PRBBuffer::streamInt Entry",
-                    "PRBBuffer::streamInt Exit", "PRBBuffer::streamInt Entry",
-                    "PRBBuffer::streamInt Exit", "PRBBuffer::streamInt Entry",
-                    "PRBBuffer::streamInt Exit", "PRBBuffer::streamStringField Exit"));
+    EXPECT_THAT(lines(), testing::ElementsAre(
+                             "PRBBuffer::streamStringField Entry", "PRBBuffer::streamInt Entry",
+                             "PRBBuffer::streamInt Exit", "PRBBuffer::streamInt Entry",
+                             "PRBBuffer::streamInt Exit", "PRBBuffer::streamInt Entry",
+                             "PRBBuffer::streamInt Exit", "PRBBuffer::streamStringField Exit"));
     b.getNextFieldType();
     EXPECT_THAT(lines(),
                 testing::ElementsAre("PRBBuffer::getNextFieldType Entry",

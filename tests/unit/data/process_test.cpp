@@ -34,17 +34,16 @@ TEST(ProcessStat, TheProductWrapsAt32Bits) {
 }
 
 TEST(ProcessStat, TextsThatAreCutOffOrOfAnotherProcessGiveMinusOne) {
-    for (const char* text : {"", "7", "7 (x", "7 (x)", "7 (x) ", "x (y) S 1 2",
-                             "7 (x) S 1 2 3 4 5 6 7 8 9 10", "7 (x) S 1 2 3 4 5 6 7 8 9 10 11",
-                             "8 (x) S 1 2 3 4 5 6 7 8 9 10 11 12"})
+    for (const char* text :
+         {"", "7", "7 (x", "7 (x)", "7 (x) ", "x (y) S 1 2", "7 (x) S 1 2 3 4 5 6 7 8 9 10",
+          "7 (x) S 1 2 3 4 5 6 7 8 9 10 11", "8 (x) S 1 2 3 4 5 6 7 8 9 10 11 12"})
         EXPECT_EQ(cpuMilliseconds(text, 7), -1) << text;
 }
 
 TEST(ProcessStat, OwnProcessHasAPlausibleTime) {
     rusage before{};
     getrusage(RUSAGE_SELF, &before);
-    const long long usage =
-        PRBAppServerSample::getProcessCPUUsage(static_cast<unsigned>(getpid()));
+    const long long usage = PRBAppServerSample::getProcessCPUUsage(static_cast<unsigned>(getpid()));
     const long long floor = before.ru_utime.tv_sec * 1000LL + before.ru_utime.tv_usec / 1000;
     EXPECT_GE(usage, floor - 20);
     EXPECT_LE(usage, floor + 600000);

@@ -73,10 +73,9 @@ TEST_F(SnapHexLog, WithoutAStringEachLineGoesToTheLog) {
     SnapHex(reinterpret_cast<const unsigned char*>(data.data()), 17, "T%s", nullptr);
     char head[64];
     std::snprintf(head, sizeof head, "T%%s   @" PRB_PTR "\n", prbPtr(data.data()));
-    EXPECT_THAT(lines(),
-                testing::ElementsAre(
-                    head, "0000-61616161 61616161 61616161 61616161 *aaaaaaaaaaaaaaaa*\n",
-                    "0010-61                                  *a               *\n"));
+    EXPECT_THAT(lines(), testing::ElementsAre(
+                             head, "0000-61616161 61616161 61616161 61616161 *aaaaaaaaaaaaaaaa*\n",
+                             "0010-61                                  *a               *\n"));
 }
 
 TEST(PRBstricmp, IgnoresTheCaseOfAsciiLetters) {

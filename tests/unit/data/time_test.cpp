@@ -142,8 +142,8 @@ TEST_F(Time, FieldsAgreeWithTheSystemsCalendar) {
     constexpr std::int64_t kLast = std::numeric_limits<std::time_t>::max();
     for (std::int64_t s = -6000000000; s < 7000000000; s += 86400 * 13 + 4711) {
         const std::tm own = PRBTime(s).fields(PRBTime::Zone::Utc);
-        EXPECT_EQ(PRBTime(own.tm_year + 1900, own.tm_mon + 1, own.tm_mday, own.tm_hour,
-                          own.tm_min, own.tm_sec, PRBTime::Zone::Utc)
+        EXPECT_EQ(PRBTime(own.tm_year + 1900, own.tm_mon + 1, own.tm_mday, own.tm_hour, own.tm_min,
+                          own.tm_sec, PRBTime::Zone::Utc)
                       .seconds(),
                   s);
         if (s < kFirst || s > kLast) continue;
@@ -165,8 +165,8 @@ TEST_F(Time, LocalTimesComeBackInEveryZone) {
         useZone(zone);
         for (std::int64_t s = -100000000; s < 2100000000; s += 86400 * 41 + 12345) {
             const std::tm f = PRBTime(s).fields(PRBTime::Zone::Local);
-            const PRBTime back = local(f.tm_year + 1900, f.tm_mon + 1, f.tm_mday, f.tm_hour,
-                                       f.tm_min, f.tm_sec);
+            const PRBTime back =
+                local(f.tm_year + 1900, f.tm_mon + 1, f.tm_mday, f.tm_hour, f.tm_min, f.tm_sec);
             EXPECT_LE(std::abs(back - PRBTime(s)), 3600) << zone << ' ' << s;
         }
     }

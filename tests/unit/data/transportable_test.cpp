@@ -75,12 +75,10 @@ TEST(KeyValueSet, FindsByKeyAndAnswersNullForOthers) {
 TEST(KeyValueSet, IteratesInTheOrderOfDefinition) {
     PRBKeyValueSet set;
     const std::vector<int> keys{2000, -3, 15, 7, 2001, 100000, 0};
-    for (int key : keys)
-        set.defineKeyValuePair(key, static_cast<long long>(key));
+    for (int key : keys) set.defineKeyValuePair(key, static_cast<long long>(key));
     auto next = set.createIterator();
     std::vector<int> seen;
-    while (const Pair* pair = (*next)())
-        seen.push_back(pair->key());
+    while (const Pair* pair = (*next)()) seen.push_back(pair->key());
     EXPECT_EQ(seen, keys);
     EXPECT_EQ((*next)(), nullptr);
 }
@@ -95,8 +93,7 @@ TEST(KeyValueSet, TheFirstDefinitionOfAKeyStays) {
 
 TEST(KeyValueSet, CopiesOwnTheirPairs) {
     auto source = std::make_unique<PRBKeyValueSet>();
-    for (int key = 0; key < 1000; ++key)
-        source->defineKeyValuePair(key, std::string(40, 'x'));
+    for (int key = 0; key < 1000; ++key) source->defineKeyValuePair(key, std::string(40, 'x'));
     PRBKeyValueSet copied(*source), assigned;
     assigned.defineKeyValuePair(5, "old");
     assigned = *source;
@@ -142,12 +139,10 @@ public:
     int getNumNumericKeys() const override { return 3; }
     int getNumStringKeys() const override { return 2; }
     void numericKeys(int* keys) const override {
-        for (int key : {30, 10, 20})
-            *keys++ = key;
+        for (int key : {30, 10, 20}) *keys++ = key;
     }
     void stringKeys(int* keys) const override {
-        for (int key : {50, 40})
-            *keys++ = key;
+        for (int key : {50, 40}) *keys++ = key;
     }
     long long getNumericData(int key) const override { return key == 30 ? 0 : key == 10 ? -1 : 5; }
     const std::string& getStringData(int key) const override {
@@ -183,8 +178,7 @@ TEST(PlainRecord, DataArraysHoldAllKeysInOrder) {
     delete[] values;
     delete[] textKeys;
     delete[] strings;
-    PRBTransportableData().getDataArrays(numbers, texts, &numberKeys, &values, &textKeys,
-                                         &strings);
+    PRBTransportableData().getDataArrays(numbers, texts, &numberKeys, &values, &textKeys, &strings);
     EXPECT_EQ(numbers, 0);
     EXPECT_EQ(texts, 0);
     delete[] numberKeys;
@@ -267,12 +261,12 @@ TEST(PlainRecord, SendPassesTheConnectionsCodeOn) {
 
 TEST(Conversion, ChangesNoCharacter) {
     const char text[] = "a\xE4%\x01";
-    EXPECT_EQ(PRBTransportableData::convertString(text, _CharacterEncoding{1},
-                                                  _CharacterEncoding{2}),
-              text);
-    EXPECT_EQ(PRBTransportableData::convertString(nullptr, _CharacterEncoding{1},
-                                                  _CharacterEncoding{7}),
-              "");
+    EXPECT_EQ(
+        PRBTransportableData::convertString(text, _CharacterEncoding{1}, _CharacterEncoding{2}),
+        text);
+    EXPECT_EQ(
+        PRBTransportableData::convertString(nullptr, _CharacterEncoding{1}, _CharacterEncoding{7}),
+        "");
 }
 
 using RecordLog = LogTest;
@@ -346,8 +340,8 @@ TEST_F(RecordLog, DumpToLogWritesTheAddressAndTheBytes) {
 }
 
 TEST(BuildFromBuffer, UnknownDataAndSampleTypesGiveNoRecord) {
-    for (const char* record : {"0000 0000", "0000 0003 00000001", "0000 0002 00000002",
-                               "0000 0002 00000063"}) {
+    for (const char* record :
+         {"0000 0000", "0000 0003 00000001", "0000 0002 00000002", "0000 0002 00000063"}) {
         const std::string content = bytes(record);
         PRBBuffer buffer(content.data(), content.size());
         EXPECT_EQ(PRBTransportableData::buildFromBuffer(buffer), nullptr) << record;

@@ -6,6 +6,7 @@
 #include "collector/PRBNatives.h"
 #include "collector/PRBWorkloadCollector.h"
 #include "core/PRBMonitorGlobal.h"
+#include "core/PRBMonitorHashTable.h"
 #include "runtime/PRBClock.h"
 #include "runtime/PRBProfilerCPUSampler.h"
 #include "tests/vm/ScriptedVmTest.h"
@@ -91,7 +92,7 @@ private:
 };
 
 class CollectorTest : public scripted::ScriptedVmTest {
-protected:
+public:
     using Texts = scripted::Texts;
 
     CollectorTest() : java(scripted::makeCollector(vm)) {

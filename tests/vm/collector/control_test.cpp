@@ -66,7 +66,7 @@ TEST_F(Control, looksUpTheJavaMethodsInOrderAndAsksForTheBuildLevelAtOnce) {
         EXPECT_EQ(row.enabled, 0) << row.event;
     EXPECT_THAT(vm.globalReferences(),
                 ElementsAre(HasSubstr("workanalysis/Collector"),
-                            HasSubstr("java/lang/Class com/tessel/prb/workanalysis/Collector")));
+                            HasSubstr("class com/tessel/prb/workanalysis/Collector")));
 }
 
 TEST_F(Control, isBuiltOnlyOnRequestAndOnlyOnce) {
@@ -271,7 +271,6 @@ TEST_F(Control, masksAreConvertedAndLogged) {
                 std::string("Data collection initiated.  Collection Type = 0x12 "
                             "CPUSamplingInterval = 7 PollingFrequency = 1 ClassMasks = ") +
                 c.shown + " MethodMasks = " + m.shown;
-            EXPECT_EQ(logTexts().back().find("Data collection") != std::string::npos, false);
             EXPECT_GE(logCount(line), 1U) << line;
         }
     }

@@ -1,0 +1,6 @@
+package com.tessel.prb.workanalysis;
+
+/** Without natives: the bridge binds what a class declares and nothing else. */
+final class InstrumentedMethodEntry {
+    private InstrumentedMethodEntry() {}
+}
