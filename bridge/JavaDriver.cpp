@@ -5,6 +5,7 @@
 #include <dlfcn.h>
 
 #include "bridge/BridgeLink.h"
+#include "bridge/CollectorThreads.h"
 #include "bridge/Context.h"
 #include "bridge/Jvmti.h"
 #include "bridge/Report.h"
@@ -37,7 +38,7 @@ constexpr BoundClass kClasses[] = {
 };
 #undef PRB_PACKAGE
 
-jclass driverClass = nullptr; // a global reference, once the driver runs
+jclass driverClass = nullptr; // a global reference, when the driver is to be stopped at VMDeath
 jmethodID driverStop = nullptr;
 
 // The pending exception as a text, cleared.
@@ -116,12 +117,19 @@ std::string launch(JNIEnv* jni, void* library) {
     const jmethodID start = jni->GetStaticMethodID(found.get(), "start", "(Ljava/lang/String;)V");
     const jmethodID stop = start ? jni->GetStaticMethodID(found.get(), "stop", "()V") : nullptr;
     if (!stop) return std::string(kDriverClass) + " is not of this release: " + takeException(jni);
+    const jmethodID hook = jni->GetStaticMethodID(found.get(), "stopAtShutdown", "()V");
+    if (!hook) return std::string(kDriverClass) + " is not of this release: " + takeException(jni);
     LocalRef<jstring> text(jni, jni->NewStringUTF(context().options.text().c_str()));
     if (!text) return "the option text cannot be passed on: " + takeException(jni);
-    driverClass = static_cast<jclass>(jni->NewGlobalRef(found.get()));
-    driverStop = stop;
     jni->CallStaticVoidMethod(found.get(), start, text.get());
     if (jni->ExceptionCheck()) return "the Java driver failed: " + takeException(jni);
+    if (collectorEndsBeforeVmDeath()) {
+        jni->CallStaticVoidMethod(found.get(), hook);
+        if (jni->ExceptionCheck()) return "the Java driver has no end: " + takeException(jni);
+        return {};
+    }
+    driverClass = static_cast<jclass>(jni->NewGlobalRef(found.get()));
+    driverStop = stop;
     return {};
 }
 

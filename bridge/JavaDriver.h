@@ -19,7 +19,8 @@ public:
     // Calls the library's JNI_OnLoad, binds the natives, starts the driver. What goes wrong is
     // said in one line and the program runs on unprofiled.
     static void start(JNIEnv* jni, void* library);
-    // Takes the last poll; returns when it is written. Does nothing if start() did not succeed.
+    // VMDeath: takes the last poll; returns when it is written. Does nothing if start() did not
+    // succeed, or where the driver has a shutdown hook instead (CollectorThreads.h).
     static void stop(JNIEnv* jni);
 
     // The short JNI name of a native method (JNI, "Resolving Native Method Names"). The class

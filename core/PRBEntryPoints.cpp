@@ -16,7 +16,7 @@ extern "C" JNIEXPORT jint JNICALL JVM_OnLoad(JavaVM*, char* options, void*) noex
     return 0;
 }
 
-extern "C" JNIEXPORT jint JNICALL JNI_OnLoad(JavaVM* vm, void*) noexcept {
+extern "C" JNIEXPORT jint JNICALL JNI_OnLoad(JavaVM* vm, void*) {
     pJavaVM = vm;
     PRBContext::javaVm.store(vm, std::memory_order_release);
     return JNI_VERSION_1_2;

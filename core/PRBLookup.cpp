@@ -9,6 +9,8 @@
 #include "runtime/PRBJavaObjectAllocated.h"
 #include "runtime/PRBJavaThread.h"
 
+#include <atomic>
+
 namespace {
 
 using Locks = PRBRegistryLocks;
@@ -49,6 +51,29 @@ bool requested(const char* operation, const char* event, jint type, void* argume
     if (result != JVMPI_SUCCESS) PRBLookup::logRequestFailure(operation, event, result);
     return result == JVMPI_SUCCESS;
 }
+
+// Null when the VM refuses. A late event of an ended thread must not bring it back.
+PRBJavaThread* requestThread(JNIEnv* env) {
+    if (PRBThreadRegistry::hasOnlyEnded(env)) return nullptr;
+    jobjectID threadObject;
+    {
+        PRBVm::GcDisabled gcDisabled;
+        threadObject = PRBVm::getThreadObject(env);
+    }
+    if (threadObject == nullptr || !requested("getThreadClass", "JVMPI_EVENT_THREAD_START",
+                                              JVMPI_EVENT_THREAD_START, threadObject))
+        return nullptr;
+    return PRBLookup::peekThreadClass(env);
+}
+
+// What a thread looked up last: itself, nearly always. Null is an answer too.
+struct LastThread {
+    JNIEnv* env;
+    PRBJavaThread* thread;
+    std::uint32_t epoch;
+};
+constinit thread_local LastThread lastThread{nullptr, nullptr, 0};
+constinit std::atomic<std::uint32_t> threadEpoch{1};
 
 } // namespace
 
@@ -126,18 +151,17 @@ PRBJavaThread* PRBLookup::peekThreadClass(JNIEnv* env) {
                           : static_cast<PRBJavaThread*>(PRBVm::getThreadLocalStorage(env));
 }
 
+void PRBLookup::threadsChanged() { threadEpoch.fetch_add(1, std::memory_order_acq_rel); }
+
 PRBJavaThread* PRBLookup::getThreadClass(JNIEnv* env) {
     PRBTraceScope trace(kTrace, kName, "PRBMonitorGlobal::getThreadClass");
+    if (env == nullptr) return nullptr;
+    const std::uint32_t epoch = threadEpoch.load(std::memory_order_acquire);
+    LastThread& last = lastThread;
+    if (last.env == env && last.epoch == epoch) return last.thread;
     PRBJavaThread* thread = peekThreadClass(env);
-    // A late event of an ended thread must not bring it back.
-    if (thread != nullptr || env == nullptr || PRBThreadRegistry::hasOnlyEnded(env)) return thread;
-    jobjectID threadObject;
-    {
-        PRBVm::GcDisabled gcDisabled;
-        threadObject = PRBVm::getThreadObject(env);
-    }
-    if (threadObject == nullptr || !requested("getThreadClass", "JVMPI_EVENT_THREAD_START",
-                                              JVMPI_EVENT_THREAD_START, threadObject))
-        return nullptr;
-    return peekThreadClass(env);
+    if (thread == nullptr) thread = requestThread(env);
+    // Read before the look-up: a change meanwhile makes the note worthless at once.
+    last = LastThread{env, thread, epoch};
+    return thread;
 }

@@ -23,10 +23,15 @@ jobjectID getClassIDForObject(jobjectID objectId);
 PRBJavaClass* getClassForMethod(jmethodID method);
 jobjectID getClassIDForMethod(jmethodID method);
 
-// The thread of an environment, from thread-local storage; requested when it is not there.
+// The thread of an environment, from thread-local storage; requested when it is not there. An
+// environment that the VM refused is not asked for again until some thread starts or ends.
 PRBJavaThread* getThreadClass(JNIEnv* env);
 // The same without asking the VM to replay anything.
 PRBJavaThread* peekThreadClass(JNIEnv* env);
+
+// getThreadClass remembers the last answer of each thread; called when the thread of some
+// environment may have changed, after the thread-local storage has.
+void threadsChanged();
 
 // Logs a refused RequestEvent under trace class 0x1: "<operation> RequestEvent <event> returned
 // JVMPI_FAIL" or "... JVMPI_NOT_AVAILABLE".

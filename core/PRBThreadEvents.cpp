@@ -30,6 +30,7 @@ void PRBEventHandlers::HandleThreadStart(JVMPI_Event* event) {
         PRBTrace::log("New PRBJavaThread created for envid " PRB_PTR " Thread name %s", prbPtr(env),
                       name);
     PRBVm::setThreadLocalStorage(env, PRBThreadRegistry::enter(thread));
+    PRBLookup::threadsChanged();
 }
 
 void PRBEventHandlers::HandleThreadEnd(JVMPI_Event* event) {
@@ -38,8 +39,10 @@ void PRBEventHandlers::HandleThreadEnd(JVMPI_Event* event) {
     PRBJavaThread* thread = PRBLookup::getThreadClass(env);
     if (thread == nullptr) return;
     PRBThreadRegistry::end(thread);
+    PRBLookup::threadsChanged(); // a purge may delete it from here on
     if (thread->getEnvId() == env) thread->destroyJavaThreadObject();
     PRBVm::setThreadLocalStorage(env, nullptr);
+    PRBLookup::threadsChanged();
 }
 
 void PRBEventHandlers::HandleJVMShutdown(JVMPI_Event*) {

@@ -40,7 +40,9 @@ std::int64_t secondsFromUtc(const std::tm& t) {
 
 std::tm utcFields(std::int64_t seconds) {
     const std::int64_t days = floorDiv(seconds, kSecondsPerDay);
-    const int rest = static_cast<int>(seconds - days * kSecondsPerDay);
+    std::int64_t rest64 = seconds % kSecondsPerDay; // not by days: their product may overflow
+    if (rest64 < 0) rest64 += kSecondsPerDay;
+    const int rest = static_cast<int>(rest64);
     const std::int64_t shifted = days + 719468;
     const std::int64_t era = floorDiv(shifted, 146097);
     const std::int64_t day = shifted - era * 146097;

@@ -7,6 +7,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <nlohmann/json.hpp>
+#include <ostream>
 #include <string>
 #include <vector>
 
@@ -17,6 +18,8 @@ struct Jdk {
     std::string home;
     int bits = 64;
 };
+
+inline void PrintTo(const Jdk& jdk, std::ostream* out) { *out << jdk.name << " " << jdk.home; }
 
 // The 64-bit JDK 17, the 32-bit one, and the further ones that tools/env.sh finds. A JDK that
 // the machine must have and has not is a failing test, not a missing one.

@@ -49,7 +49,7 @@ TEST_P(ExitPaths, OutputExitCodeAndLastPollAreKept) {
         EXPECT_EQ(with.result.out.find("hook ran") != std::string::npos, path.hook) << path.how;
         ASSERT_TRUE(with.report.is_object()) << path.how;
         EXPECT_EQ(with.report["run"]["complete"], true) << path.how;
-        EXPECT_GT(with.report["run"]["busy_samples"].get<int>(), 20) << path.how;
+        EXPECT_GT(with.report["run"]["busy_samples"].get<int>(), 0) << path.how;
     }
 }
 

@@ -1,7 +1,13 @@
 #include "bridge/JavaDriver.h"
 
+#include <atomic>
 #include <cstdio>
 #include <set>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include <pthread.h>
 
 #include <unistd.h>
 
@@ -9,6 +15,7 @@
 
 #include "bridge/AgentLibrary.h"
 #include "bridge/BridgeLink.h"
+#include "bridge/CollectorThreads.h"
 #include "bridge/Report.h"
 
 namespace bridge {
@@ -35,6 +42,28 @@ TEST(AgentLibrary, whatTheOptionNamesComesFirst) {
     EXPECT_EQ("/x/y.so", AgentLibrary::locate("/x/y.so", AgentLibrary::kLibrary));
     const std::string beside = AgentLibrary::locate("", AgentLibrary::kJar);
     EXPECT_TRUE(beside.ends_with("/prbprof.jar")) << beside;
+}
+
+TEST(CollectorThreads, tellsTheCollectorsThatEndEarly) {
+    for (const char* name : {"ZDirector", "Shenandoah Cont"})
+        EXPECT_TRUE(isEarlyEndingCollectorThread(name)) << name;
+    for (const char* name : {"", "GC Thread#0", "G1 Main Marker", "VM Thread", "ZDirector of mine"})
+        EXPECT_FALSE(isEarlyEndingCollectorThread(name)) << name;
+}
+
+TEST(CollectorThreads, looksAtThisProcesssThreads) {
+    EXPECT_FALSE(collectorEndsBeforeVmDeath());
+    std::atomic<bool> named{false};
+    std::atomic<bool> end{false};
+    std::thread posing([&] {
+        pthread_setname_np(pthread_self(), "ZDirector");
+        named = true;
+        while (!end) std::this_thread::yield();
+    });
+    while (!named) std::this_thread::yield();
+    EXPECT_TRUE(collectorEndsBeforeVmDeath());
+    end = true;
+    posing.join();
 }
 
 TEST(BridgeLink, countersHaveDistinctNamesAndOneValueEach) {

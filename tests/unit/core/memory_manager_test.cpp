@@ -58,7 +58,7 @@ TEST(MemoryManager, recountingDoesNotRaiseTheHighWaterMark) {
 
 TEST(MemoryManager, aFailedAllocationIsNullAndCounted) {
     const std::uint32_t before = inUse();
-    const std::size_t tooMuch = std::numeric_limits<std::size_t>::max() / 2 - 4096;
+    const std::size_t tooMuch = std::numeric_limits<std::size_t>::max() - 65536;
     volatile std::size_t size = tooMuch;
     EXPECT_EQ(PRBMemoryManager::allocate(size), nullptr);
     EXPECT_GT(inUse(), before);

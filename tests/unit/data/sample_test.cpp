@@ -111,10 +111,10 @@ TEST(Sample, PlacementMapsKeysToSlotsAndOthersToNone) {
             if (kTestKeys[i] == static_cast<unsigned>(key)) expected = i;
         EXPECT_EQ(placement[key], expected);
     }
-    EXPECT_EQ(sample.getNumericValueEntry(5), nullptr);
-    EXPECT_EQ(sample.getNumericValueEntry(-1), nullptr);
-    EXPECT_EQ(sample.getNumericValueEntry(kNumKeys), nullptr);
-    EXPECT_EQ(sample.getNumericValueEntry(78), sample.getNumericValueEntry(4) + 1);
+    EXPECT_EQ(+sample.getNumericValueEntry(5), nullptr);
+    EXPECT_EQ(+sample.getNumericValueEntry(-1), nullptr);
+    EXPECT_EQ(+sample.getNumericValueEntry(kNumKeys), nullptr);
+    EXPECT_EQ(+sample.getNumericValueEntry(78), sample.getNumericValueEntry(4) + 1);
 }
 
 TEST(Sample, SlotsStartAsZeros) {
@@ -155,21 +155,21 @@ TEST(Sample, SavesValuesByType) {
         EXPECT_EQ(sample.getNumericValueForStream(static_cast<unsigned>(key)), -1) << key;
         EXPECT_EQ(sample.getNumericData(key), -1) << key;
         sample.saveNumericData(key, 42);
-        EXPECT_EQ(sample.getNumericValueEntry(key)->plain.isSet, 1u) << key;
+        EXPECT_EQ(+sample.getNumericValueEntry(key)->plain.isSet, 1u) << key;
     }
     for (int key : {kPlain, kMaximum, kMinimum}) {
-        EXPECT_EQ(sample.getNumericValueEntry(key)->plain.value, 42);
+        EXPECT_EQ(+sample.getNumericValueEntry(key)->plain.value, 42);
         EXPECT_EQ(sample.getNumericData(key), 42);
         EXPECT_EQ(sample.getNumericValueForStream(static_cast<unsigned>(key)), 42);
     }
     for (int key : {kRunning, kInterval, kPercent}) {
-        EXPECT_EQ(sample.getNumericValueEntry(key)->counter.counted, 42);
+        EXPECT_EQ(+sample.getNumericValueEntry(key)->counter.counted, 42);
         EXPECT_EQ(sample.getNumericData(key), -1); // no interval calculated
         EXPECT_EQ(sample.getNumericValueForStream(static_cast<unsigned>(key)), 42);
     }
     for (int key : {kAverage, kLevel}) {
-        EXPECT_EQ(sample.getNumericValueEntry(key)->statistic.first, 0);
-        EXPECT_EQ(sample.getNumericValueEntry(key)->statistic.derived, 0);
+        EXPECT_EQ(+sample.getNumericValueEntry(key)->statistic.first, 0);
+        EXPECT_EQ(+sample.getNumericValueEntry(key)->statistic.derived, 0);
         EXPECT_EQ(sample.getNumericData(key), -1);
         EXPECT_EQ(sample.getNumericValueForStream(static_cast<unsigned>(key)), 0);
     }
@@ -229,7 +229,7 @@ TEST(Sample, SumsByType) {
     EXPECT_EQ(sample.getNumericData(kMaximum), 6);
     EXPECT_EQ(sample.getNumericData(kMinimum), 2);
     sample.sumNumericData(kAverage, 9);
-    EXPECT_EQ(sample.getNumericValueEntry(kAverage)->statistic.isSet, 0u);
+    EXPECT_EQ(+sample.getNumericValueEntry(kAverage)->statistic.isSet, 0u);
     const long long time = sample.getNumericData(20);
     sample.sumNumericData(20, 1000);
     EXPECT_EQ(sample.getNumericData(20), time);
@@ -243,14 +243,14 @@ TEST(Sample, StatisticsAreSavedAndSummedByComponent) {
     for (unsigned key : {120u, 128u}) {
         const Slot* slot = sample.getNumericValueEntry(static_cast<int>(key));
         sample.sumStatInfoData(key, 1.5, 2);
-        EXPECT_EQ(slot->statistic.first, 1.5);
-        EXPECT_EQ(slot->statistic.isSet, 1u);
+        EXPECT_EQ(+slot->statistic.first, 1.5);
+        EXPECT_EQ(+slot->statistic.isSet, 1u);
         sample.sumStatInfoData(key, 10, 20.25);
-        EXPECT_EQ(slot->statistic.first, 11.5);
-        EXPECT_EQ(slot->statistic.second, 22.25);
+        EXPECT_EQ(+slot->statistic.first, 11.5);
+        EXPECT_EQ(+slot->statistic.second, 22.25);
         sample.saveStatInfoData(key, 3, 4);
-        EXPECT_EQ(slot->statistic.first, 3);
-        EXPECT_EQ(slot->statistic.second, 4);
+        EXPECT_EQ(+slot->statistic.first, 3);
+        EXPECT_EQ(+slot->statistic.second, 4);
         EXPECT_EQ(sample.getNumericData(static_cast<int>(key)), -1);
     }
     sample.saveStatInfoData(kPlain, 3, 4);
@@ -279,9 +279,9 @@ TEST(Sample, MergesNumbersByTypeAndKeepsItsOwnTexts) {
         long long value;
     } expected[] = {{4, 3}, {78, 8}, {304, 8}, {311, 8}, {402, 5}, {1044, 3}};
     for (const auto& e : expected) EXPECT_EQ(own.getNumericValueForStream(e.key), e.value) << e.key;
-    EXPECT_EQ(own.getNumericValueEntry(kAverage)->statistic.first, 11);
-    EXPECT_EQ(own.getNumericValueEntry(kAverage)->statistic.second, 22);
-    EXPECT_EQ(own.getNumericValueEntry(kLevel)->statistic.first, 7);
+    EXPECT_EQ(+own.getNumericValueEntry(kAverage)->statistic.first, 11);
+    EXPECT_EQ(+own.getNumericValueEntry(kAverage)->statistic.second, 22);
+    EXPECT_EQ(+own.getNumericValueEntry(kLevel)->statistic.first, 7);
     EXPECT_EQ(own.getStringData(5), "own");
     EXPECT_EQ(own.getStringData(6), "theirs");
     EXPECT_EQ(own.getNumericData(20), 1000);

@@ -554,3 +554,41 @@ TEST_F(DataReturn, pollsFromSeveralThreadsAtOnceSendEverySampleOnce) {
 }
 
 } // namespace
+
+// ---- without a sampler ----
+
+namespace {
+
+TEST_F(DataReturn, withoutASamplerCountsComeFromCpuAndElapsedTimeOverTheInterval) {
+    // The steps of an initialisation up to the one that makes the sampler.
+    JNI_OnLoad(vm.javaVM(), nullptr);
+    vm.callNative([&] {
+        auto* built = PRBWorkloadCollector::getWorkloadCollector(
+            vm.env(), vm.newLocalRef(vm.mainThread(), java.object), 1);
+        built->setJVMPIInterface(vm.jvmpi());
+        handle = built->toHandle();
+    });
+    PRBMonitorGlobal::getMonitorGlobal(vm.jvmpi(), "", vm.javaVM());
+    monitor().setPRBWorkloadCollector(&collector());
+    vm.jvmpi()->NotifyEvent = PRBMonitorGlobal::notify;
+    vm.setEnabled(JVMPI_EVENT_THREAD_START, true);
+    ASSERT_EQ(monitor().getCPUSampler(), nullptr);
+
+    scripted::ScriptedThread& worker = startWorker("worker", order.methodId("price"));
+    vm.send.classLoad(worker, order);
+    ASSERT_EQ(start(0x600, "*", "*", 10), 0);
+    // 120 ms of processor time in a timed method, 1 s of elapsed time.
+    vm.send.methodEntry(worker, order.methodId("price"));
+    worker.advanceCpuTime(120000000);
+    advanceClock(1000);
+    vm.send.methodExit(worker, order.methodId("price"));
+    const auto records = ofThread(worker, poll());
+    ASSERT_EQ(typesOf(records), (std::vector<int>{kThread, kMethod}));
+    for (const Record& r : records) {
+        EXPECT_EQ(r.number(310), 12);
+        EXPECT_EQ(r.number(315), 100);
+    }
+    EXPECT_FALSE(pollBytes().has_value()) << "no time has passed since";
+}
+
+} // namespace

@@ -69,7 +69,7 @@ TEST_F(Faults, everyCallOfAPassFailsInTurn) {
         if (n == 3) settled = PRBMemoryManager::getCurrentAllocation();
         ASSERT_LT(n, 2000U);
     }
-    EXPECT_GT(n, 15U) << "a pass makes many calls";
+    EXPECT_GT(n, 8U) << "a pass makes many calls";
     // Only what the run itself adds: monitor objects and contention records of the worker.
     EXPECT_LT(PRBMemoryManager::getCurrentAllocation(), settled + n * 1000);
 }

@@ -275,3 +275,16 @@ TEST_F(ThreadEvents, aKillThatFailsIsQueuedAsAnError) {
     ASSERT_NE(error, nullptr);
     EXPECT_EQ(error->getNumericData(360), 74);
 }
+
+TEST_F(ThreadEvents, aRefusedEnvironmentIsAskedForAgainOnlyAfterAThreadHasStarted) {
+    auto& stranger = vm.addThread({.name = "stranger"});
+    vm.recorder().failNext("RequestEvent");
+    stranger.run([&] {
+        EXPECT_EQ(monitor.getThreadClass(stranger.env()), nullptr);
+        vm.recorder().clear();
+        EXPECT_EQ(monitor.getThreadClass(stranger.env()), nullptr);
+        EXPECT_EQ(vm.recorder().count("RequestEvent"), 0u);
+    });
+    vm.startThread({.name = "new"});
+    EXPECT_NE(monitor.getThreadClass(stranger.env()), nullptr);
+}

@@ -52,7 +52,16 @@ public final class ProfilerDriver implements Runnable {
             return;
         }
         start(optionText);
+        stopAtShutdown();
+    }
+
+    /**
+     * Stops by a shutdown hook. The bridge asks for it where the collector has ended before the
+     * VM tells that it dies: Java code that allocates then may wait for memory for ever.
+     */
+    static void stopAtShutdown() {
         if (isRunning()) {
+            // Plain names for what a thread dump shows.
             Runtime.getRuntime().addShutdownHook(new Thread(null, new StopHook(), "PRB_Stop_Thread"));
         }
     }

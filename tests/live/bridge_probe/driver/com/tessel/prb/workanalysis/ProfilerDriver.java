@@ -11,6 +11,10 @@ final class ProfilerDriver {
         }
     }
 
+    static void stopAtShutdown() {
+        Runtime.getRuntime().addShutdownHook(new Thread(ProfilerDriver::stop));
+    }
+
     static void stop() {
         Profiler.check("facts", BridgeLink.facts());
         Profiler.check("counters", BridgeLink.counters());

@@ -1,0 +1,132 @@
+// Measures what the agent costs a whole process: runs a command with and without it in turn and
+// compares the CPU time (user and system, of all threads and children), pair by pair.
+//
+// CPU time and not elapsed time, because elapsed times swing on shared machines; pairs in turn,
+// because the machine's speed drifts; medians, because single runs are disturbed.
+#include "prb/LaunchPlan.h"
+
+#include <CLI/CLI.hpp>
+#include <algorithm>
+#include <chrono>
+#include <cstdio>
+#include <cstring>
+#include <fcntl.h>
+#include <filesystem>
+#include <sys/resource.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+namespace {
+
+struct Run {
+    double cpu = 0;  // seconds
+    double wall = 0; // seconds
+    double peak = 0; // MiB, of the largest process
+    int code = 0;
+};
+
+double seconds(const timeval& t) {
+    return static_cast<double>(t.tv_sec) + static_cast<double>(t.tv_usec) / 1e6;
+}
+
+Run measure(const std::vector<std::string>& argv) {
+    std::vector<char*> args;
+    for (const std::string& arg : argv) args.push_back(const_cast<char*>(arg.c_str()));
+    args.push_back(nullptr);
+    const auto start = std::chrono::steady_clock::now();
+    const pid_t pid = fork();
+    if (pid == 0) {
+        const int null = open("/dev/null", O_RDWR | O_CLOEXEC);
+        for (int fd : {0, 1, 2}) dup2(null, fd);
+        execvp(args[0], args.data());
+        _exit(127);
+    }
+    int status = 0;
+    rusage usage{};
+    while (wait4(pid, &status, 0, &usage) < 0 && errno == EINTR) {
+    }
+    Run run;
+    run.wall = std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
+    run.cpu = seconds(usage.ru_utime) + seconds(usage.ru_stime);
+    run.peak = static_cast<double>(usage.ru_maxrss) / 1024;
+    run.code = WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
+    return run;
+}
+
+double median(std::vector<double> values) {
+    std::sort(values.begin(), values.end());
+    const std::size_t n = values.size();
+    return n % 2 == 1 ? values[n / 2] : (values[n / 2 - 1] + values[n / 2]) / 2;
+}
+
+void row(const char* figure, const std::vector<double>& with, const std::vector<double>& without,
+         bool ratio) {
+    std::vector<double> compared;
+    for (std::size_t i = 0; i < with.size(); i++) {
+        compared.push_back(ratio ? with[i] / without[i] : with[i] - without[i]);
+    }
+    const auto [low, high] = std::minmax_element(compared.begin(), compared.end());
+    std::printf("  %-10s without %8.3f   with %8.3f   %s median %7.4f (%.4f .. %.4f)\n", figure,
+                median(without), median(with), ratio ? "ratio" : "more ", median(compared), *low,
+                *high);
+}
+
+} // namespace
+
+int main(int argc, char** argv) {
+    CLI::App app{"Compares a Java command with and without the agent."};
+    prb::RunOptions options;
+    int pairs = 7;
+    std::string folder = prb::programFolder() + "/..";
+    std::string title;
+    std::vector<std::string> command;
+    app.add_option("--pairs", pairs, "pairs to run, after one that is not counted")
+        ->check(CLI::PositiveNumber);
+    app.add_option("--title", title, "what to print above the figures");
+    app.add_option("--interval", options.intervalMs, "the agent's sampling interval, ms");
+    app.add_option("--java-home", options.javaHome, "the JDK whose java is meant");
+    app.add_option("--data", options.data, "what the agent collects")->delimiter(',');
+    app.add_option("--bridge", options.bridge, "further options of the bridge");
+    app.add_option("--products", folder, "the folder of the libraries");
+    app.add_option("command", command, "the command, a java or javac")->required();
+    CLI11_PARSE(app, argc, argv);
+
+    char scratch[] = "/tmp/prb-bench-XXXXXX";
+    if (mkdtemp(scratch) == nullptr) return 1;
+    options.out = std::string(scratch) + "/bench.prb";
+    const prb::LaunchPlan plan = prb::planLaunch(options, command, folder, scratch);
+    if (!plan.problem.empty() || !plan.oneJvm) {
+        std::fprintf(stderr, "whole_process: %s\n",
+                     plan.problem.empty() ? "the command must be java or javac"
+                                          : plan.problem.c_str());
+        return 1;
+    }
+    std::vector<std::string> bare = plan.argv;
+    bare.erase(bare.begin() + 1);
+
+    std::vector<double> cpu[2], wall[2], peak[2];
+    for (int pair = -1; pair < pairs; pair++) {
+        for (int with : {0, 1}) {
+            const Run run = measure(with == 1 ? plan.argv : bare);
+            if (run.code != 0) {
+                std::fprintf(stderr, "whole_process: the command ended with code %d %s the agent\n",
+                             run.code, with == 1 ? "under" : "without");
+                return 1;
+            }
+            if (pair < 0) continue;
+            cpu[with].push_back(run.cpu);
+            wall[with].push_back(run.wall);
+            peak[with].push_back(run.peak);
+        }
+        if (isatty(STDERR_FILENO) != 0) std::fprintf(stderr, "\rpair %d of %d ", pair + 1, pairs);
+    }
+    if (isatty(STDERR_FILENO) != 0) std::fprintf(stderr, "\r");
+    std::printf("%s: %d pairs\n", title.empty() ? command.back().c_str() : title.c_str(), pairs);
+    row("CPU s", cpu[1], cpu[0], true);
+    row("CPU s", cpu[1], cpu[0], false);
+    row("wall s", wall[1], wall[0], true);
+    row("peak MiB", peak[1], peak[0], false);
+    std::error_code ignored;
+    std::filesystem::remove_all(scratch, ignored);
+    return 0;
+}
