@@ -182,9 +182,9 @@ bool StackSampler::isRunning(ThreadRecord& record, int state, std::int64_t spent
     }
     if (spentNs <= 0 && !record.account.credit.due()) return false;
     // In native code or in the VM, perhaps in a system call, which may block and is also where a
-    // kernel with lazy preemption prefers to take the processor away. A thread on a processor is told by its
-    // clock, which moves on. One that is only ready to run (the kernel's state R) does not count:
-    // mostly it has just been woken, and would be charged to the call in which it slept.
+    // kernel with lazy preemption prefers to take the processor away. A thread on a processor is
+    // told by its clock, which moves on. One that is only ready to run (the kernel's state R) does
+    // not count: mostly it has just been woken, and would be charged to the call in which it slept.
     return threadCpuNs(record.tid.load(std::memory_order_relaxed)) > record.account.cpuNs;
 }
 
@@ -223,8 +223,8 @@ void StackSampler::decide(ThreadRecord& record) {
         add(counters_.keptTraces);
         break;
     case Verdict::kSampleBlocked:
-        // Not while it waits in the VM, perhaps for a safepoint.
-        if (state == VmStructs::kInNative) enlist(record, false, true);
+        // Not while it waits in the VM, perhaps for a safepoint, or on a condition.
+        if (state != VmStructs::kBlocked && !account.payable) enlist(record, false, true);
         break;
     }
 }

@@ -12,7 +12,6 @@
 #include "runtime/PRBJavaObjectAllocated.h"
 
 #include <cstring>
-#include <optional>
 #include <vector>
 
 namespace {
@@ -30,22 +29,21 @@ public:
         : classes_(classes), objects_(objects), generation_(generation) {}
 
     void records(const char* at, const char* end) {
-        std::optional<PRBRegistryLocks> locks(kHeapTables);
-        forgetLiveFigures();
-        for (; end - at >= kRecord; at += kRecord) {
-            ++count_;
-            std::uint32_t id;
-            std::memcpy(&id, at + 1, sizeof id);
-            if (id != 0 && !count(id)) unknown_.push_back(id);
+        {
+            PRBRegistryLocks locks(kHeapTables);
+            forgetLiveFigures();
+            for (; end - at >= kRecord; at += kRecord) {
+                ++count_;
+                std::uint32_t id;
+                std::memcpy(&id, at + 1, sizeof id);
+                if (id != 0 && !count(id)) unknown_.push_back(id);
+            }
+            if (unknown_.empty()) return finish();
         }
-        if (!unknown_.empty()) {
-            locks.reset();
-            replayUnknown();
-            locks.emplace(kHeapTables);
-            for (std::uint32_t id : unknown_) count(id);
-        }
-        if (debugging()) PRBTrace::log("handleHeapDmp: iObjCount = %i", count_);
-        removeMissing();
+        replayUnknown();
+        PRBRegistryLocks locks(kHeapTables);
+        for (std::uint32_t id : unknown_) count(id);
+        finish();
     }
 
 private:
@@ -78,7 +76,8 @@ private:
         for (std::uint32_t id : unknown_) PRBLookup::getObject(toId(id));
     }
 
-    void removeMissing() {
+    void finish() {
+        if (debugging()) PRBTrace::log("handleHeapDmp: iObjCount = %i", count_);
         PRBTableWalk walk(objects_);
         while (auto* object = static_cast<PRBJavaObjectAllocated*>(walk()))
             if (object->getHeapScanCount() != generation_) objects_.removeAndDestroy(object);

@@ -53,8 +53,8 @@ private:
     bool walkReferences(Cursor& at, std::uint64_t bytes);
     bool walkPrimitiveArray(Cursor& at);
 
-    JNIEnv* env_;
-    PRBWorkloadCollector* collector_;
+    [[maybe_unused]] JNIEnv* env_; // of the requesting thread, and who asked: for a debugger
+    [[maybe_unused]] PRBWorkloadCollector* collector_;
     PRBCollection* results_;
     PRBIdSet targets_;
 

@@ -36,6 +36,7 @@ public:
     Iterator* getIterator();
     void destroyIterator(Iterator* iterator);
 
+    _SerializationType getSerializationType() const { return serializationType; }
     void lock() const;
     void release() const;
 

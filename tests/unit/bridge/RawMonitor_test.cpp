@@ -37,15 +37,16 @@ protected:
     }
     // Whether another thread could have the monitor now.
     static bool isFree(RawMonitor& monitor) {
-        std::atomic<bool> got{false};
-        std::thread other([&] {
+        // The thread may come to the monitor long after this has returned.
+        const auto got = std::make_shared<std::atomic<bool>>(false);
+        std::thread other([&monitor, got] {
             monitor.enter();
-            got = true;
+            *got = true;
             monitor.exit();
         });
-        for (int i = 0; i < 20 && !got; i++)
+        for (int i = 0; i < 20 && !*got; i++)
             std::this_thread::sleep_for(std::chrono::milliseconds(1));
-        const bool free = got;
+        const bool free = *got;
         waiting.push_back(std::move(other));
         return free;
     }
