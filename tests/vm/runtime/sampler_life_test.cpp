@@ -158,12 +158,12 @@ TEST_F(SamplerLife, sleepsTheIntervalLessTheLastCycleButAtLeastOneMillisecond) {
     resume = vm.jvmpi()->ResumeThread;
     work = [&] {
         passWall(1000LL * lengths[cycle]);
-        if (++cycle == 6) {
-            sampler->deactivateSampler();
-            vm.monitors().setWaitHook([](const std::string&, jlong) { return true; });
-            sampler->shutdown();
-        }
+        ++cycle;
     };
+    hookClock([&] { // read with no lock held, after the cycle
+        if (cycle == 6 && !sampler->isStopRequested()) sampler->shutdown();
+    });
+    vm.monitors().setWaitHook([](const std::string&, jlong) { return true; });
     vm.jvmpi()->ResumeThread = [](JNIEnv* env) {
         resume(env);
         work();
@@ -232,10 +232,14 @@ TEST_F(SamplerLife, ownCpuIsMeasuredReportedAndReset) {
     static void (*resume)(JNIEnv*) = nullptr;
     static std::function<void()> work;
     resume = vm.jvmpi()->ResumeThread;
+    bool done = false;
     work = [&] {
         vm.systemThread(0).advanceCpuTime(4000);
-        sampler->shutdown();
+        done = true;
     };
+    hookClock([&] { // read with no lock held, after the cycle
+        if (done && !sampler->isStopRequested()) sampler->shutdown();
+    });
     vm.jvmpi()->ResumeThread = [](JNIEnv* env) {
         resume(env);
         work();
