@@ -26,10 +26,10 @@ bool PRBJavaThread::MethodFrequency::isEqual(const PRBCollectable* other) const 
            static_cast<const MethodFrequency*>(other)->methodId == methodId;
 }
 
-void PRBJavaThread::MethodFrequency::sampleCPU(int level, long long cpu, long long exitSequence) {
-    if (exitSequence != 0) {
-        if (lastExitSequence.load(kRelaxed) == exitSequence) return;
-        lastExitSequence.store(exitSequence, kRelaxed);
+void PRBJavaThread::MethodFrequency::sampleCPU(int level, long long cpu, long long sequence) {
+    if (sequence != 0) {
+        if (lastExitSequence.load(kRelaxed) == sequence) return;
+        lastExitSequence.store(sequence, kRelaxed);
     }
     if (cpu == 0) return;
     (level == 0 ? ownCpu : calleeCpu).fetch_add(cpu, kRelaxed);

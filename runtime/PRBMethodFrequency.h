@@ -20,7 +20,7 @@ public:
 
     // Level 0 is the method's own CPU, any other a callee's. A non-zero exit sequence that was
     // the last one counted is ignored: a recursive method gets a callee's CPU once per exit.
-    void sampleCPU(int level, long long cpu, long long exitSequence);
+    void sampleCPU(int level, long long cpu, long long sequence);
     void contentionEvent(long long time, _MonitorEvent kind); // nanoseconds
     void heapAllocationEvent(long long size);                 // bytes; does not set updated
     bool reportForThisMethod();

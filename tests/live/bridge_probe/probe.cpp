@@ -72,11 +72,12 @@ struct Thread {
     jobjectID object = nullptr;
 };
 
+// Never destroyed: the sampler may run until the process is gone.
 std::mutex mutex;
-std::map<jobjectID, Class> classesById;
-std::map<JNIEnv*, Thread> threadsByEnv;
-std::set<std::string> everStarted;
-std::vector<jmethodID> methodsOfUnloaded;
+auto& classesById = *new std::map<jobjectID, Class>;
+auto& threadsByEnv = *new std::map<JNIEnv*, Thread>;
+auto& everStarted = *new std::set<std::string>;
+auto& methodsOfUnloaded = *new std::vector<jmethodID>;
 int startsOfWorkers = 0;
 int endsOfWorkers = 0;
 int unloadsOfKnown = 0;
