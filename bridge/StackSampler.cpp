@@ -165,13 +165,17 @@ std::int64_t StackSampler::look(ThreadRecord& record) {
     return spent;
 }
 
-// Whether a waiting thread is owed a sample that a trace of its work can be given for.
+// Whether a waiting thread is owed a sample: one that a trace of its work can be given for, or,
+// when it was never seen at work, one that has been owed for so long that it is charged where
+// the thread waits.
 bool StackSampler::payableNow(ThreadRecord& record) {
     SamplerAccount& account = record.account;
-    if (account.trace == KeptTrace::kNone || account.run != run_ || account.listed) return false;
-    if (account.skipUntil > cycle_ || monotonicNs() - cycleStartNs_ > kCycleAgeNs) return false;
+    if (account.listed || account.skipUntil > cycle_ ||
+        monotonicNs() - cycleStartNs_ > kCycleAgeNs) {
+        return false;
+    }
     look(record);
-    return judge(account.credit, account.trace, false, true) == Verdict::kSampleKept;
+    return judge(account.credit, account.trace, false, true) != Verdict::kNothing;
 }
 
 // Whether what the thread does at this moment is what it spends CPU time on.
@@ -223,8 +227,9 @@ void StackSampler::decide(ThreadRecord& record) {
         add(counters_.keptTraces);
         break;
     case Verdict::kSampleBlocked:
-        // Not while it waits in the VM, perhaps for a safepoint, or on a condition.
-        if (state != VmStructs::kBlocked && !account.payable) enlist(record, false, true);
+        // Not while it waits in the VM for the end of a safepoint. A thread that waits for a
+        // monitor or on a condition can be stopped: it is one wait inside the other.
+        if (state != VmStructs::kBlocked || account.payable) enlist(record, false, true);
         break;
     }
 }

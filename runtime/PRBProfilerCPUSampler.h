@@ -81,6 +81,7 @@ private:
     bool reserve(int threads);
     void releaseBuffers();
     void charge(int suspended);
+    void makeKnown(const JVMPI_CallFrame* frames, int count);
     static void blockSigpipe();
 
     PRBSamplerWindow::TraceSlot* slots = nullptr;
@@ -96,6 +97,10 @@ private:
     std::atomic<int> inactive{1};
     bool stopNoted = false; // under the wake-up monitor
     PRBSamplerChild child;
+    // Methods seen in the model, by hash of their id: most frames of a trace were in the last one
+    // too. An entry that outlives its method is harmless.
+    static constexpr std::size_t kKnownMethods = 2048;
+    jmethodID knownMethods[kKnownMethods] = {};
 
     static std::atomic<PRBProfilerCPUSampler*> pSampler;
 };

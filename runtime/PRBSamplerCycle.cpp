@@ -1,6 +1,7 @@
 // One cycle of the sampler: list the threads, stop and look (PRBSamplerWindow), charge.
 #include "core/PRBContext.h"
 #include "core/PRBFormat.h"
+#include "core/PRBLookup.h"
 #include "core/PRBMonitorHashTable.h"
 #include "core/PRBTrace.h"
 #include "runtime/PRBJavaMethod.h"
@@ -87,6 +88,23 @@ void PRBProfilerCPUSampler::releaseBuffers() {
     capacity = 0;
 }
 
+// Classes that were loaded before the agent heard of loads come into the model only when somebody
+// asks for them; without this the samples of their methods would be lost, and with them the
+// names of callers. A method that the VM refuses stays unknown.
+void PRBProfilerCPUSampler::makeKnown(const JVMPI_CallFrame* frames, int count) {
+    PRBMonitorHashTable& methodTable = *PRBContext::getMethodTable();
+    for (int i = 0; i < count; ++i) {
+        const jmethodID method = frames[i].method_id;
+        const auto bits = reinterpret_cast<std::uintptr_t>(method);
+        jmethodID& seen = knownMethods[(bits ^ bits >> 12) / sizeof(void*) % kKnownMethods];
+        if (method == nullptr || seen == method) continue;
+        const PRBJavaMethod key(method);
+        if (methodTable.find(&key) == nullptr && PRBLookup::getClassForMethod(method) == nullptr)
+            continue;
+        seen = method;
+    }
+}
+
 void PRBProfilerCPUSampler::charge(int suspended) {
     PRBMonitorHashTable& methodTable = *PRBContext::getMethodTable();
     const bool methods = (PRBContext::getDataBeingCollected() & PRBCollect::kMethods) != 0;
@@ -98,6 +116,7 @@ void PRBProfilerCPUSampler::charge(int suspended) {
         PRBJavaThread* thread = list[i];
         if (debug)
             PRBTrace::log("Got stack data for thread " PRB_PTR, prbPtr(thread->getThreadId()));
+        makeKnown(slot.frames, slot.frameCount);
         const PRBJavaMethod key(slot.frames[0].method_id);
         auto* top = static_cast<PRBJavaMethod*>(methodTable.find(&key));
         if (top != nullptr && top->shouldBeMonitored() == PRBMonitored::kMonitor) {
