@@ -114,7 +114,7 @@ void rawMonitorExit(JVMPI_RawMonitor id) {
 }
 
 void rawMonitorWait(JVMPI_RawMonitor id, jlong milliseconds) {
-    if (id) monitor(id)->wait(milliseconds);
+    if (id) SystemThreads::wait(*monitor(id), milliseconds);
 }
 
 void rawMonitorNotifyAll(JVMPI_RawMonitor id) {

@@ -1,13 +1,17 @@
 #include "bridge/SystemThreads.h"
 
 #include <algorithm>
+#include <atomic>
+#include <ctime>
 #include <memory>
 #include <mutex>
+#include <new>
 #include <string>
 #include <vector>
 
 #include "bridge/Context.h"
 #include "bridge/Jvmti.h"
+#include "bridge/RawMonitor.h"
 #include "bridge/Report.h"
 #include "jvmpi/jvmpi.h"
 
@@ -27,10 +31,40 @@ std::vector<Request>& queued() {
     return all;
 }
 
+// Ends of the VM: how long VMDeath waits for the system threads, and how often it looks.
+constexpr int kSleepLooks = 100;
+constexpr long kSleepLookNs = 500 * 1000;
+
+// One per system thread, kept for good: VMDeath may look at it at any time.
+struct SystemThread {
+    std::atomic<RawMonitor*> waitsOn{nullptr};
+    std::atomic<bool> done{false}; // its body has ended, or it sleeps for good
+    SystemThread* next = nullptr;
+};
+std::atomic<SystemThread*> systemThreads{nullptr};
+constinit thread_local SystemThread* self = nullptr;
+std::atomic<bool> dying{false};
+std::atomic<jrawMonitorID> bed{nullptr}; // the VM's own monitor that nobody notifies
+
 void JNICALL run(jvmtiEnv*, JNIEnv*, void* argument) {
     const SystemThreads::Body body = *static_cast<SystemThreads::Body*>(argument);
     delete static_cast<SystemThreads::Body*>(argument);
+    self = new (std::nothrow) SystemThread;
+    if (self) {
+        self->next = systemThreads.load(std::memory_order_relaxed);
+        while (!systemThreads.compare_exchange_weak(self->next, self)) {
+        }
+    }
     body(nullptr);
+    if (self) self->done.store(true, std::memory_order_release);
+}
+
+[[noreturn]] void sleepInVm() {
+    jvmtiEnv* jvmti = context().jvmti;
+    const jrawMonitorID monitor = bed.load(std::memory_order_acquire);
+    jvmti->RawMonitorEnter(monitor);
+    self->done.store(true, std::memory_order_release);
+    for (;;) jvmti->RawMonitorWait(monitor, 0);
 }
 
 // The topmost group: the thread belongs to no part of the program.
@@ -93,7 +127,40 @@ jint SystemThreads::create(const char* name, jint priority, Body body) {
     return jni ? start(jni, request) : JVMPI_FAIL;
 }
 
+void SystemThreads::wait(RawMonitor& monitor, jlong milliseconds) {
+    SystemThread* const thread = self;
+    if (!thread) {
+        monitor.wait(milliseconds);
+        return;
+    }
+    // Announced before `dying` is read, and read by VMDeath after it was set.
+    thread->waitsOn.store(&monitor);
+    if (!dying.load()) monitor.wait(milliseconds);
+    thread->waitsOn.store(nullptr);
+    if (!dying.load() || !bed.load(std::memory_order_acquire)) return;
+    while (monitor.ownedBySelf()) monitor.exit();
+    sleepInVm();
+}
+
+void SystemThreads::sleepForGood() {
+    dying.store(true);
+    for (int look = 0; look < kSleepLooks; look++) {
+        bool all = true;
+        for (SystemThread* thread = systemThreads.load(); thread; thread = thread->next) {
+            if (thread->done.load(std::memory_order_acquire)) continue;
+            all = false;
+            if (RawMonitor* monitor = thread->waitsOn.load()) monitor->notifyAll();
+        }
+        if (all) return;
+        const timespec pause{0, kSleepLookNs};
+        nanosleep(&pause, nullptr);
+    }
+}
+
 void SystemThreads::startQueued(JNIEnv* jni) {
+    jrawMonitorID monitor = nullptr;
+    if (context().jvmti->CreateRawMonitor("prbprof end", &monitor) == JVMTI_ERROR_NONE)
+        bed.store(monitor, std::memory_order_release);
     std::vector<Request> now;
     {
         std::lock_guard<std::mutex> guard(queueMutex);

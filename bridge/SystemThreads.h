@@ -6,6 +6,8 @@
 
 namespace bridge {
 
+class RawMonitor;
+
 class SystemThreads {
 public:
     using Body = void (*)(void*);
@@ -17,6 +19,14 @@ public:
 
     // VMInit: starts what was asked for before.
     static void startQueued(JNIEnv* jni);
+
+    // RawMonitor::wait, from which a system thread does not return once the VM dies.
+    static void wait(RawMonitor& monitor, jlong milliseconds);
+
+    // The last act of VMDeath: puts the system threads to sleep inside the VM. Otherwise the VM
+    // would wait 300 ms for them at its end, as for every thread that is in native code. Waits
+    // until they sleep, which takes a sampling interval at most, but no longer than 50 ms.
+    static void sleepForGood();
 };
 
 } // namespace bridge

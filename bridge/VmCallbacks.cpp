@@ -50,6 +50,7 @@ void JNICALL vmDeath(jvmtiEnv*, JNIEnv* jni) {
     try {
         JavaDriver::stop(jni);
         deliverPlain(JVMPI_EVENT_JVM_SHUT_DOWN, jni);
+        SystemThreads::sleepForGood();
     } catch (...) {
         report("memory is short; the capture lacks its end");
     }
