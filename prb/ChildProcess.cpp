@@ -22,6 +22,7 @@ extern "C" void passOn(int signal) {
 
 std::vector<char*> pointers(const std::vector<std::string>& argv) {
     std::vector<char*> result;
+    result.reserve(argv.size() + 1);
     for (const std::string& arg : argv) result.push_back(const_cast<char*>(arg.c_str()));
     result.push_back(nullptr);
     return result;
@@ -58,11 +59,11 @@ ChildResult runChild(const std::vector<std::string>& argv, const std::string& to
     sigset_t blocked, before;
     sigemptyset(&blocked);
     for (int s : kPassedOn) sigaddset(&blocked, s);
-    sigprocmask(SIG_BLOCK, &blocked, &before);
+    pthread_sigmask(SIG_BLOCK, &blocked, &before);
 
     result.pid = fork();
     if (result.pid == 0) {
-        sigprocmask(SIG_SETMASK, &before, nullptr);
+        pthread_sigmask(SIG_SETMASK, &before, nullptr);
         execvp(args[0], args.data());
         const int error = errno;
         [[maybe_unused]] ssize_t n = write(report[1], &error, sizeof error);
@@ -72,7 +73,7 @@ ChildResult runChild(const std::vector<std::string>& argv, const std::string& to
     if (result.pid < 0) {
         result.exitCode = 126;
         result.problem = std::string("cannot start a process: ") + strerrordesc_np(errno);
-        sigprocmask(SIG_SETMASK, &before, nullptr);
+        pthread_sigmask(SIG_SETMASK, &before, nullptr);
         close(report[0]);
         return result;
     }
@@ -86,7 +87,7 @@ ChildResult runChild(const std::vector<std::string>& argv, const std::string& to
     ignore.sa_handler = SIG_IGN;
     sigaction(SIGINT, &ignore, nullptr);
     sigaction(SIGQUIT, &ignore, nullptr);
-    sigprocmask(SIG_SETMASK, &before, nullptr);
+    pthread_sigmask(SIG_SETMASK, &before, nullptr);
 
     int error = 0;
     ssize_t n = 0;

@@ -69,7 +69,7 @@ std::string findOnPath(const std::string& name) {
         const std::size_t colon = rest.find(':');
         const std::string dir(rest.substr(0, colon));
         rest = colon == std::string_view::npos ? "" : rest.substr(colon + 1);
-        const std::string candidate = (dir.empty() ? "." : dir) + "/" + name;
+        std::string candidate = (dir.empty() ? "." : dir) + "/" + name;
         std::error_code ignored;
         if (access(candidate.c_str(), X_OK) == 0 && !fs::is_directory(candidate, ignored)) {
             return candidate;

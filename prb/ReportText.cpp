@@ -2,6 +2,7 @@
 #include "prb/Signature.h"
 
 #include <algorithm>
+#include <cmath>
 #include <cstdarg>
 #include <cstdio>
 #include <map>
@@ -82,7 +83,8 @@ private:
     }
     // Ten columns for 100 %.
     std::string bar(double share) const {
-        const auto cells = std::min<std::size_t>(10, static_cast<std::size_t>(share / 10 + 0.5));
+        const auto cells =
+            std::min<std::size_t>(10, static_cast<std::size_t>(std::lround(share / 10)));
         std::string result;
         for (std::size_t i = 0; i < cells; i++) result += options_.unicode ? "\u2588" : "#";
         return padded(result, 10);
@@ -146,6 +148,7 @@ private:
             row.use.cycles += t.cycles;
         }
         std::vector<Row> rows;
+        rows.reserve(byName.size());
         for (auto& [name, row] : byName) rows.push_back(row);
         std::stable_sort(rows.begin(), rows.end(), [](const Row& a, const Row& b) {
             if (a.use.own != b.use.own) return b.use.own;

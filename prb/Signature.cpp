@@ -93,7 +93,7 @@ std::size_t utf8Length(std::string_view text, std::size_t at) {
 std::string readableClass(std::string_view internalName) {
     if (!internalName.empty() && internalName.front() == '[') {
         std::size_t at = 0;
-        const std::string array = type(internalName, at, true);
+        std::string array = type(internalName, at, true);
         if (!array.empty() && at == internalName.size()) return array;
     }
     return dotted(internalName);
