@@ -2,6 +2,7 @@
 #include "tests/live/Live.h"
 
 #include <csignal>
+#include <cstdio>
 #include <fstream>
 
 using testing::HasSubstr;
@@ -98,6 +99,35 @@ TEST_P(ExitPaths, APlainAgentPathIsEnough) {
     const auto captures = folder.files(".prb");
     ASSERT_EQ(captures.size(), 1u);
     EXPECT_EQ(run({prb(), "report", captures[0]}).exitCode, 0);
+}
+
+// The driver as a Java agent, and the agent loaded by the VM itself: both beside the bridge.
+TEST_P(ExitPaths, OtherWaysOfLoadingWork) {
+    const std::string lib = bridge(jdk()).substr(0, bridge(jdk()).rfind('/'));
+    const std::vector<std::vector<std::string>> ways = {
+        {"-agentpath:" + bridge(jdk()) + "=driver=no",
+         "-javaagent:" + lib + "/prbprof.jar=file=other.prb"},
+        {"-agentpath:" + bridge(jdk()) + "=file=other.prb", "-Xrunprbprof:debug=no"},
+    };
+    for (const std::vector<std::string>& way : ways) {
+        std::vector<std::string> argv = {"env", "LD_LIBRARY_PATH=" + lib, jdk().home + "/bin/java"};
+        argv.insert(argv.end(), way.begin(), way.end());
+        const std::vector<std::string> args = program({"exit", {"--code", "5"}, 5, true});
+        argv.insert(argv.end(), args.begin(), args.end());
+        const prb::Captured result = run(argv);
+        EXPECT_EQ(result.exitCode, 5) << way[1];
+        // A newer JVM warns of native access by a Java agent; the program is not ours to flag.
+        if (jdk().name.rfind("jdk17", 0) == 0) {
+            EXPECT_EQ(result.err, "") << way[1];
+        }
+        const prb::Captured report = run({prb(), "report", "other.prb", "--format", "json"});
+        EXPECT_EQ(report.exitCode, 0) << way[1];
+        const auto json = nlohmann::json::parse(report.out, nullptr, false);
+        ASSERT_TRUE(json.is_object()) << way[1];
+        EXPECT_EQ(json["run"]["complete"], true) << way[1];
+        EXPECT_GT(json["run"]["busy_samples"].get<int>(), 0) << way[1];
+        std::remove("other.prb");
+    }
 }
 
 PRB_FOR_EVERY_JDK(ExitPaths);

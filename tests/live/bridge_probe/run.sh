@@ -1,9 +1,9 @@
 #!/bin/bash
-# run.sh CASE JAVA_HOME BRIDGE PROBE DRIVER_JAR PROGRAM_JAR: one case of the bridge's live test.
+# run.sh CASE JAVA_HOME BRIDGE PROBE DRIVER_JAR PROGRAM_JAR STALLS_PROBE: one case of the bridge's live test.
 # Each case starts a real JVM and checks the program's output, its exit code, what is said on
 # standard error, and the probe's own verdict.
 set -u
-case=$1 java=$2/bin/java bridge=$3 probe=$4 jar=$5 program=$6
+case=$1 java=$2/bin/java bridge=$3 probe=$4 jar=$5 program=$6 stalls=$7
 work=$(mktemp -d)
 trap 'rm -rf "$work"' EXIT
 cd "$work" || exit 1
@@ -30,6 +30,25 @@ run() {
 
 profiled() {
     run 7 "$@"
+    verdict
+}
+
+# stalled GC WHAT MILLISECONDS: the program that blocks and collects.
+stalled() {
+    local gc=$1 sizes=sizes
+    shift
+    [ "$gc" = Shenandoah ] && sizes=pauses
+    # The VM does not name what ZGC has in use since it keeps its memory by processor nodes.
+    [ "$gc" = Z ] && { [ "$feature" -ge 25 ] && sizes=nosizes || sizes=pauses; }
+    timeout 200 "$java" -Xmx300m "-XX:+Use${gc}GC" "-agentpath:$bridge=lib=$stalls,jar=$jar" \
+        -cp "$program" Stalls "$@" $sizes >out 2>err
+    local code=$?
+    ls hs_err* >/dev/null 2>&1 && fail "$gc: the JVM crashed: $(head -20 hs_err*)"
+    [ $code = 7 ] || fail "$gc: exit code $code instead of 7"
+    verdict
+}
+
+verdict() {
     printf 'program begins\nprogram ends\n' | cmp -s - out || fail "the program's output changed"
     [ -s err ] && fail "something was said on standard error"
     [ "$(tail -1 probe.log)" = done ] || fail "the probe found faults or did not end"
@@ -50,6 +69,7 @@ said() {
 }
 
 options="lib=$probe,jar=$jar"
+feature=$("$java" -version 2>&1 | sed -n '1s/.*"\([0-9]*\).*/\1/p')
 case $case in
     early) profiled "-agentpath:$bridge=$options,agent.mode=early" ;;
     late) profiled "-agentpath:$bridge=$options,agent.mode=late" ;;
@@ -61,6 +81,19 @@ case $case in
         for gc in Serial Parallel G1 Shenandoah Z; do
             "$java" "-XX:+Use${gc}GC" -version >/dev/null 2>&1 || continue
             profiled "-XX:+Use${gc}GC" "-agentpath:$bridge=$options,agent.mode=late"
+        done
+        ;;
+    events)
+        for gc in Serial Parallel G1 Shenandoah Z; do
+            "$java" "-XX:+Use${gc}GC" -version >/dev/null 2>&1 || continue
+            stalled $gc events 0
+        done
+        ;;
+    lookups)
+        # Without borrowed monitors each of these stands still within a second.
+        for gc in Serial Parallel G1 Shenandoah Z; do
+            "$java" "-XX:+Use${gc}GC" -version >/dev/null 2>&1 || continue
+            stalled $gc lookups "${PRB_LOOKUPS_MS:-5000}"
         done
         ;;
     checked)

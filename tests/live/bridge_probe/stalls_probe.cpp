@@ -1,0 +1,392 @@
+// Stands in for the profiling agent, for the events in which the program stands still:
+// collections and monitors. Writes what is not as it should be to the file that the environment
+// variable PRB_PROBE_LOG names; the last line is "done".
+#include <atomic>
+#include <cstdarg>
+#include <cstdio>
+#include <cstdlib>
+#include <map>
+#include <mutex>
+#include <string>
+
+#include <ctime>
+
+#include "jvmpi/jvmpi.h"
+
+namespace {
+
+JavaVM* vm = nullptr;
+JVMPI_Interface* jvmpi = nullptr;
+FILE* logFile = nullptr;
+std::mutex logMutex;
+std::atomic<int> failures{0};
+
+__attribute__((format(printf, 2, 3))) void check(bool right, const char* format, ...) {
+    if (right) return;
+    std::lock_guard<std::mutex> guard(logMutex);
+    if (++failures > 100) return;
+    va_list arguments;
+    va_start(arguments, format);
+    fputs("FAIL ", logFile);
+    vfprintf(logFile, format, arguments);
+    fputc('\n', logFile);
+    fflush(logFile);
+    va_end(arguments);
+}
+
+void note(const char* text) {
+    std::lock_guard<std::mutex> guard(logMutex);
+    fprintf(logFile, "%s\n", text);
+    fflush(logFile);
+}
+
+JNIEnv* self() {
+    void* env = nullptr;
+    return vm->GetEnv(&env, JNI_VERSION_1_2) == JNI_OK ? static_cast<JNIEnv*>(env) : nullptr;
+}
+
+void* asArgument(jlong id) { return reinterpret_cast<void*>(static_cast<uintptr_t>(id)); }
+
+// ---- Collections ----------------------------------------------------------------------------
+
+// Taken in GC_START, given back in GC_FINISH, and taken by the threads that look things up.
+JVMPI_RawMonitor outer = nullptr;
+JVMPI_RawMonitor inner = nullptr;
+// Who is inside a stretch under both monitors: a looking thread's, or 1 for a collection. A
+// collection may come while a thread is inside (it has borrowed the monitors), never the other way
+// round.
+std::atomic<bool> collecting{false};
+std::atomic<jlong> starts{0};
+std::atomic<jlong> finishes{0};
+std::atomic<jlong> lookups{0};
+std::atomic<jlong> lastUsed{-1};
+std::atomic<jlong> lastTotal{-1};
+std::atomic<jlong> freeAtStart{-1};
+std::atomic<bool> sizesKnown{true};
+
+void checkEnvironment(JNIEnv* env) {
+    check(env != nullptr, "a collection's event without an environment");
+    check(self() == nullptr, "a collection's event on a thread with JNI");
+    check(env->FindClass("java/lang/String") == nullptr, "a class in a collection");
+    check(env->GetVersion() == 0, "a version in a collection");
+    check(!env->ExceptionCheck(), "an exception in a collection");
+    check(env->CallStaticIntMethod(nullptr, nullptr) == 0, "an int in a collection");
+    const jdouble number = env->CallStaticDoubleMethod(nullptr, nullptr);
+    check(number >= 0 && number <= 0, "a double in a collection");
+    const jlong free = env->CallStaticLongMethod(nullptr, nullptr);
+    check(free == env->CallStaticLongMethodA(nullptr, nullptr, nullptr), "two answers");
+    check(sizesKnown ? free >= 0 : free == -1, "%lld bytes are free", static_cast<long long>(free));
+}
+
+void onCollectionStart(const JVMPI_Event& event) {
+    checkEnvironment(event.env_id);
+    jvmpi->RawMonitorEnter(outer);
+    jvmpi->RawMonitorEnter(inner);
+    jvmpi->RawMonitorEnter(outer);
+    jvmpi->RawMonitorExit(outer);
+    check(!collecting.exchange(true), "a start inside a collection");
+    freeAtStart = event.env_id->CallStaticLongMethod(nullptr, nullptr);
+    starts++;
+}
+
+void onCollectionFinish(const JVMPI_Event& event) {
+    checkEnvironment(event.env_id);
+    const auto& info = event.u.gc_info;
+    lastUsed = info.used_object_space;
+    lastTotal = info.total_object_space;
+    if (sizesKnown) {
+        check(info.used_object_space > 0 && info.used_object_space <= info.total_object_space,
+              "%lld of %lld bytes are used", static_cast<long long>(info.used_object_space),
+              static_cast<long long>(info.total_object_space));
+        check(event.env_id->CallStaticLongMethod(nullptr, nullptr) ==
+                  info.total_object_space - info.used_object_space,
+              "free bytes at the finish");
+    } else {
+        check(info.used_object_space == -1 && info.total_object_space == -1,
+              "sizes although they are not known");
+    }
+    check(collecting.exchange(false), "a finish without a start");
+    finishes++;
+    jvmpi->RawMonitorExit(inner);
+    jvmpi->RawMonitorExit(outer);
+}
+
+std::atomic<bool> loadsSeen{false};
+
+jlong nowMs() {
+    timespec now;
+    clock_gettime(CLOCK_MONOTONIC, &now);
+    return static_cast<jlong>(now.tv_sec) * 1000 + now.tv_nsec / 1000000;
+}
+
+// What an agent does at worst: it asks the VM while it holds what a collection wants.
+void lookUp(JNIEnv* jni, jobject mirror, jlong milliseconds) {
+    const jobjectID id = jvmpi->jobject2jobjectID(mirror);
+    const jlong end = nowMs() + milliseconds;
+    while (nowMs() < end) {
+        jvmpi->RawMonitorEnter(outer);
+        check(jvmpi->RequestEvent(JVMPI_EVENT_CLASS_LOAD, id) == JVMPI_SUCCESS, "no class");
+        jobject text = jni->NewStringUTF("asked for under a monitor");
+        jvmpi->RawMonitorEnter(inner);
+        for (int i = 0; i < 20; i++) {
+            jobject other = jni->NewLocalRef(text);
+            jni->DeleteLocalRef(other);
+            check(jvmpi->jobject2jobjectID(mirror) == id, "another id");
+        }
+        // This is agent code: no collection can be under way that has the monitors.
+        check(!collecting, "a thread runs under the monitors of a collection");
+        jvmpi->RawMonitorExit(inner);
+        jni->DeleteLocalRef(text);
+        jvmpi->RawMonitorExit(outer);
+        lookups++;
+    }
+}
+
+// ---- Monitors -------------------------------------------------------------------------------
+
+struct Seen {
+    jlong times = 0;
+    JNIEnv* env = nullptr;
+    jlong timeout = -1;
+    std::string method; // at the top of the stack
+    std::string className;
+    jint isArray = -1;
+    jint answered = JVMPI_FAIL; // of the request of the object
+};
+std::mutex seenMutex;
+auto& seen = *new std::map<std::pair<jint, jobjectID>, Seen>;
+auto& methodNames = *new std::map<jmethodID, std::string>;
+thread_local Seen* asking = nullptr;
+thread_local std::string* classNameAsked = nullptr;
+
+void onAllocation(const JVMPI_Event& event) {
+    check(asking != nullptr, "an object that was not asked for");
+    if (!asking) return;
+    check(event.env_id == self(), "an answer for another thread");
+    check(event.u.obj_alloc.size > 0, "an object of %d bytes", event.u.obj_alloc.size);
+    asking->isArray = event.u.obj_alloc.is_array;
+    classNameAsked = &asking->className;
+    check(jvmpi->RequestEvent(JVMPI_EVENT_CLASS_LOAD, event.u.obj_alloc.class_id) == JVMPI_SUCCESS,
+          "the class of an object is not known");
+    classNameAsked = nullptr;
+}
+
+void onMonitor(const JVMPI_Event& event, jobjectID object, jlong timeout) {
+    Seen now;
+    now.env = event.env_id;
+    now.timeout = timeout;
+    check(event.env_id == self(), "a monitor's event on another thread");
+    asking = &now;
+    now.answered = jvmpi->RequestEvent(JVMPI_EVENT_OBJECT_ALLOC, object);
+    asking = nullptr;
+    check(jvmpi->RequestEvent(JVMPI_EVENT_OBJECT_ALLOC, asArgument(0x7ffffff0)) == JVMPI_FAIL,
+          "an object that does not exist");
+    JVMPI_CallFrame frames[3];
+    JVMPI_CallTrace trace{event.env_id, 0, frames};
+    jvmpi->GetCallTrace(&trace, 1);
+    check(trace.num_frames == 1, "%d frames", trace.num_frames);
+    std::lock_guard<std::mutex> guard(seenMutex);
+    if (trace.num_frames == 1) {
+        const auto known = methodNames.find(frames[0].method_id);
+        if (known != methodNames.end()) now.method = known->second;
+    }
+    Seen& all = seen[{event.event_type, object}];
+    now.times = all.times + 1;
+    all = now;
+}
+
+void onClassLoad(const JVMPI_Event& event) {
+    const auto& load = event.u.class_load;
+    if (classNameAsked) *classNameAsked = load.class_name;
+    std::lock_guard<std::mutex> guard(seenMutex);
+    for (jint i = 0; i < load.num_methods; i++)
+        methodNames[load.methods[i].method_id] =
+            std::string(load.class_name) + "." + load.methods[i].method_name;
+}
+
+void notify(JVMPI_Event* event) {
+    switch (event->event_type) {
+    case JVMPI_EVENT_GC_START:
+        return onCollectionStart(*event);
+    case JVMPI_EVENT_GC_FINISH:
+        return onCollectionFinish(*event);
+    case JVMPI_EVENT_CLASS_LOAD | JVMPI_REQUESTED_EVENT:
+        loadsSeen = true;
+        if (!classNameAsked) return;
+        return onClassLoad(*event);
+    case JVMPI_EVENT_CLASS_LOAD:
+        return onClassLoad(*event);
+    case JVMPI_EVENT_OBJECT_ALLOC | JVMPI_REQUESTED_EVENT:
+        return onAllocation(*event);
+    case JVMPI_EVENT_MONITOR_CONTENDED_ENTER:
+    case JVMPI_EVENT_MONITOR_CONTENDED_ENTERED:
+        return onMonitor(*event, event->u.monitor.object, 0);
+    case JVMPI_EVENT_MONITOR_WAIT:
+    case JVMPI_EVENT_MONITOR_WAITED:
+        return onMonitor(*event, event->u.monitor_wait.object, event->u.monitor_wait.timeout);
+    default:
+        check(false, "event %x was never asked for", static_cast<unsigned>(event->event_type));
+    }
+}
+
+// ---- Called from Java -------------------------------------------------------------------------
+
+std::string textOf(JNIEnv* jni, jobject text) {
+    const char* chars = jni->GetStringUTFChars(static_cast<jstring>(text), nullptr);
+    std::string result = chars;
+    jni->ReleaseStringUTFChars(static_cast<jstring>(text), chars);
+    return result;
+}
+
+jlong longOf(JNIEnv* jni, jobject number) {
+    jclass type = jni->FindClass("java/lang/Number");
+    return jni->CallLongMethod(number, jni->GetMethodID(type, "longValue", "()J"));
+}
+
+constexpr jint kMonitorEvents[] = {
+    JVMPI_EVENT_MONITOR_CONTENDED_ENTER, JVMPI_EVENT_MONITOR_CONTENDED_ENTERED,
+    JVMPI_EVENT_MONITOR_CONTENDED_EXIT, JVMPI_EVENT_MONITOR_WAIT, JVMPI_EVENT_MONITOR_WAITED};
+
+void switchMonitors(bool on) {
+    for (const jint type : kMonitorEvents)
+        check((on ? jvmpi->EnableEvent : jvmpi->DisableEvent)(type, nullptr) == JVMPI_SUCCESS,
+              "event %d is refused", type);
+}
+
+// {event, object, times, class, is_array, method, smallest timeout, largest timeout}
+void checkSeen(JNIEnv* jni, jobject argument) {
+    const auto row = static_cast<jobjectArray>(argument);
+    const auto at = [&](jsize i) { return jni->GetObjectArrayElement(row, i); };
+    const auto type = static_cast<jint>(longOf(jni, at(0)));
+    const jobjectID id = jvmpi->jobject2jobjectID(at(1));
+    const std::string className = textOf(jni, at(3));
+    std::lock_guard<std::mutex> guard(seenMutex);
+    const Seen& got = seen[{type, id}];
+    const char* name = className.c_str();
+    check(got.times == longOf(jni, at(2)), "%s: event %d came %lld times", name, type,
+          static_cast<long long>(got.times));
+    if (got.times == 0) return;
+    check(got.answered == JVMPI_SUCCESS, "%s: the object cannot be asked for", name);
+    check(got.className == className, "%s: it is called %s", name, got.className.c_str());
+    check(got.isArray == longOf(jni, at(4)), "%s: type %d", name, got.isArray);
+    check(got.method == textOf(jni, at(5)), "%s: event %d is charged to %s", name, type,
+          got.method.c_str());
+    check(got.timeout >= longOf(jni, at(6)) && got.timeout <= longOf(jni, at(7)),
+          "%s: event %d tells %lld ms", name, type, static_cast<long long>(got.timeout));
+}
+
+void driverStop(JNIEnv*, jobject) {
+    jvmpi->DisableEvent(JVMPI_EVENT_GC_START, nullptr);
+    jvmpi->DisableEvent(JVMPI_EVENT_GC_FINISH, nullptr);
+    check(starts == finishes, "%lld starts and %lld finishes", static_cast<long long>(starts),
+          static_cast<long long>(finishes));
+    note("driver stopped");
+    note(failures == 0 ? "done" : "done with failures");
+}
+
+void facts(JNIEnv* jni, jobject array) {
+    const auto texts = static_cast<jobjectArray>(array);
+    bool available = false;
+    for (jsize i = 0; i < jni->GetArrayLength(texts); i++) {
+        const std::string text = "+" + textOf(jni, jni->GetObjectArrayElement(texts, i)) + "+";
+        if (!text.starts_with("+available=")) continue;
+        available = text.find("+contention+") != std::string::npos &&
+                    text.find("+gc+") != std::string::npos;
+    }
+    check(available, "contention and gc are not offered");
+}
+
+struct NamedCheck {
+    const char* name;
+    void (*run)(JNIEnv* jni, jobject argument);
+};
+const NamedCheck kChecks[] = {
+    {"driverStart", [](JNIEnv*, jobject) {}},
+    {"facts", facts},
+    {"counters", [](JNIEnv*, jobject) {}},
+    {"driverStop", driverStop},
+    {"monitors on", [](JNIEnv*, jobject) { switchMonitors(true); }},
+    {"monitors off", [](JNIEnv*, jobject) { switchMonitors(false); }},
+    {"seen", checkSeen},
+    {"sizesUnknown", [](JNIEnv*, jobject) { sizesKnown = false; }},
+    {"notOutside",
+     [](JNIEnv*, jobject object) {
+         check(jvmpi->RequestEvent(JVMPI_EVENT_OBJECT_ALLOC, jvmpi->jobject2jobjectID(object)) !=
+                   JVMPI_SUCCESS,
+               "an object is told of outside the callbacks");
+     }},
+    {"fail", [](JNIEnv* jni, jobject text) { check(false, "%s", textOf(jni, text).c_str()); }},
+};
+
+struct NamedNumber {
+    const char* name;
+    jlong (*read)();
+};
+const NamedNumber kNumbers[] = {
+    {"starts", [] { return starts.load(); }},
+    {"finishes", [] { return finishes.load(); }},
+    {"lookups", [] { return lookups.load(); }},
+    {"used", [] { return lastUsed.load(); }},
+    {"total", [] { return lastTotal.load(); }},
+    {"free at start", [] { return freeAtStart.load(); }},
+    {"runGC",
+     [] {
+         jvmpi->RunGC();
+         return jlong{0};
+     }},
+};
+
+} // namespace
+
+extern "C" {
+
+JNIEXPORT jint JNICALL JVM_OnLoad(JavaVM* loadedBy, char*, void*) {
+    vm = loadedBy;
+    const char* path = getenv("PRB_PROBE_LOG");
+    logFile = fopen(path ? path : "/dev/null", "w");
+    void* table = nullptr;
+    if (!logFile || vm->GetEnv(&table, JVMPI_VERSION_1) != JNI_OK) return JNI_ERR;
+    jvmpi = static_cast<JVMPI_Interface*>(table);
+    jvmpi->NotifyEvent = notify;
+    char first[] = "outer";
+    char second[] = "inner";
+    outer = jvmpi->RawMonitorCreate(first);
+    inner = jvmpi->RawMonitorCreate(second);
+    for (const jint type : {JVMPI_EVENT_CLASS_LOAD, JVMPI_EVENT_GC_START, JVMPI_EVENT_GC_FINISH})
+        check(jvmpi->EnableEvent(type, nullptr) == JVMPI_SUCCESS, "event %d is refused", type);
+    return JNI_OK;
+}
+
+JNIEXPORT jint JNICALL JNI_OnLoad(JavaVM*, void*) { return JNI_VERSION_1_2; }
+
+JNIEXPORT void JNICALL Java_com_tessel_prb_workanalysis_Profiler_check(JNIEnv* jni, jclass,
+                                                                       jstring name,
+                                                                       jobject argument) {
+    const std::string wanted = textOf(jni, name);
+    for (const NamedCheck& row : kChecks)
+        if (wanted == row.name) return row.run(jni, argument);
+    check(false, "no check %s", wanted.c_str());
+}
+
+JNIEXPORT jlong JNICALL Java_com_tessel_prb_workanalysis_Profiler_number(JNIEnv* jni, jclass,
+                                                                         jstring name,
+                                                                         jobject argument) {
+    const std::string wanted = textOf(jni, name);
+    if (wanted == "look up") {
+        lookUp(jni, jni->GetObjectClass(argument), longOf(jni, argument));
+        return 0;
+    }
+    for (const NamedNumber& row : kNumbers)
+        if (wanted == row.name) return row.read();
+    check(false, "no number %s", wanted.c_str());
+    return -1;
+}
+
+JNIEXPORT jobject JNICALL Java_com_tessel_prb_workanalysis_Profiler_object(JNIEnv*, jclass,
+                                                                           jlong id) {
+    return jvmpi->jobjectID2jobject(static_cast<jobjectID>(asArgument(id)));
+}
+
+JNIEXPORT void JNICALL Java_com_tessel_prb_workanalysis_Profiler_idWhileThrowing(JNIEnv*, jclass,
+                                                                                 jobject) {}
+}
