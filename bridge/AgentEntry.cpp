@@ -1,5 +1,6 @@
 // The bridge's entry points. Whatever is wrong, the program runs: the reason is said in one line,
 // the VM's GetEnv stays as it was, and loading counts as successful.
+#include <algorithm>
 #include <cstdlib>
 
 #include <jvmti.h>
@@ -10,6 +11,7 @@
 #include "bridge/Context.h"
 #include "bridge/GetEnvHook.h"
 #include "bridge/Jvmti.h"
+#include "bridge/MonitorEvents.h"
 #include "bridge/ObjectIds.h"
 #include "bridge/Report.h"
 #include "bridge/ThreadTable.h"
@@ -22,14 +24,19 @@ constexpr int kOldestJava = 17;
 
 void ownTrace(JVMPI_CallTrace* trace, jint depth) {
     constexpr jint kMost = 512;
-    jvmtiFrameInfo frames[kMost];
+    jvmtiFrameInfo frames[kMost + MonitorEvents::kMostSkipped];
     jint count = 0;
-    const jint wanted = depth < kMost ? depth : kMost;
-    if (context().jvmti->GetStackTrace(nullptr, 0, wanted, frames, &count) != JVMTI_ERROR_NONE)
+    depth = std::min(depth, kMost);
+    const jint extra = MonitorEvents::inCallback() ? MonitorEvents::kMostSkipped : 0;
+    if (context().jvmti->GetStackTrace(nullptr, 0, depth + extra, frames, &count) !=
+        JVMTI_ERROR_NONE)
         count = 0;
-    for (jint i = 0; i < count; i++)
-        trace->frames[i] = {static_cast<jint>(frames[i].location), frames[i].method};
-    trace->num_frames = count;
+    const jint skipped = MonitorEvents::framesToSkip(frames, count);
+    trace->num_frames = std::min(count - skipped, depth);
+    for (jint i = 0; i < trace->num_frames; i++) {
+        const jvmtiFrameInfo& frame = frames[skipped + i];
+        trace->frames[i] = {static_cast<jint>(frame.location), frame.method};
+    }
 }
 
 std::string checkVersion(jvmtiEnv* jvmti) {

@@ -6,6 +6,7 @@
 
 #include "bridge/ClassEvents.h"
 #include "bridge/Context.h"
+#include "bridge/Interface.h"
 #include "bridge/Jvmti.h"
 #include "bridge/ObjectIds.h"
 #include "bridge/RawMonitor.h"
@@ -104,6 +105,38 @@ std::string currentLimits() {
     return limits();
 }
 
+// A kind of data and the events without which it cannot be had.
+struct DataRow {
+    const char* name;
+    jint events[5]; // 0: no more
+};
+constexpr DataRow kData[] = {
+    {"threads", {JVMPI_EVENT_THREAD_START, JVMPI_EVENT_THREAD_END}},
+    {"methods", {JVMPI_EVENT_CLASS_LOAD}},
+    {"contention",
+     {JVMPI_EVENT_MONITOR_CONTENDED_ENTER, JVMPI_EVENT_MONITOR_CONTENDED_ENTERED,
+      JVMPI_EVENT_MONITOR_CONTENDED_EXIT, JVMPI_EVENT_MONITOR_WAIT, JVMPI_EVENT_MONITOR_WAITED}},
+    {"heap", {JVMPI_EVENT_HEAP_DUMP, JVMPI_EVENT_GC_START, JVMPI_EVENT_GC_FINISH}},
+    {"gc", {JVMPI_EVENT_GC_START, JVMPI_EVENT_GC_FINISH}},
+    {"alloc",
+     {JVMPI_EVENT_OBJECT_ALLOC, JVMPI_EVENT_OBJECT_FREE, JVMPI_EVENT_ARENA_NEW,
+      JVMPI_EVENT_GC_FINISH}},
+    {"errors", {}},
+    {"self", {}},
+};
+
+std::string availableData() {
+    std::string names;
+    for (const DataRow& row : kData) {
+        bool whole = true;
+        for (const jint type : row.events) whole = whole && (type == 0 || events().supports(type));
+        if (!whole) continue;
+        if (!names.empty()) names += '+';
+        names += row.name;
+    }
+    return names;
+}
+
 struct FactRow {
     const char* key;
     std::string (*read)();
@@ -112,7 +145,7 @@ struct FactRow {
 const FactRow kFacts[] = {
     {"version", [] { return std::string(kBridgeVersion); }},
     {"counters", joinedCounterNames},
-    {"available", [] { return std::string("threads+methods+errors+self"); }},
+    {"available", availableData},
     {"vm", [] { return vmProperty("java.vm.name"); }},
     {"vmVersion", [] { return vmProperty("java.vm.version"); }},
     {"wordBits", [] { return std::to_string(sizeof(void*) * 8); }},

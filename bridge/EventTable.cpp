@@ -6,8 +6,10 @@ EventTable::EventTable(const EventRow* rows, size_t count, const JVMPI_Interface
     : rows_(rows), count_(count), interface_(interface) {}
 
 const EventRow* EventTable::rowOf(jint type) const {
-    for (size_t i = 0; i < count_; i++)
-        if (rows_[i].type == type) return &rows_[i];
+    for (size_t i = 0; i < count_; i++) {
+        const EventRow& row = rows_[i];
+        if (row.type == type) return !row.available || row.available() ? &row : nullptr;
+    }
     return nullptr;
 }
 

@@ -23,6 +23,9 @@ struct EventRow {
     void (*disable)();
     // RequestEvent; null: cannot be requested.
     jint (*request)(void* argument);
+    // Whether this VM gives the event; null: every VM does. A row that is not available is as
+    // good as none.
+    bool (*available)() = nullptr;
 };
 
 class EventTable {
@@ -36,6 +39,8 @@ public:
     jint disable(jint type);
     jint request(jint type, void* argument);
 
+    // Whether the event can be enabled in this VM.
+    bool supports(jint type) const { return rowOf(type) != nullptr; }
     bool isEnabled(jint type) const {
         return inRange(type) && enabled_[type].load(std::memory_order_acquire);
     }

@@ -6,17 +6,28 @@
 #include "bridge/ClassEvents.h"
 #include "bridge/Context.h"
 #include "bridge/GetEnvHook.h"
+#include "bridge/MonitorEvents.h"
 #include "bridge/ObjectIds.h"
 #include "bridge/RawMonitor.h"
 #include "bridge/StackSampler.h"
 #include "bridge/SystemThreads.h"
 #include "bridge/ThreadEvents.h"
 #include "bridge/ThreadTable.h"
+#include "bridge/VmEvents.h"
 
 namespace bridge {
 namespace {
 
 // ---- Events -------------------------------------------------------------------------------
+
+constexpr VmEventGroup kCollections = VmEventGroup::kCollections;
+constexpr VmEventGroup kMonitors = VmEventGroup::kMonitors;
+
+// An event that the VM is asked for when the profiler enables it.
+template <VmEventGroup kGroup> constexpr EventRow onDemand(jint type) {
+    return {type, VmEvents::enable<kGroup>, VmEvents::disable<kGroup>, nullptr,
+            VmEvents::isAvailable<kGroup>};
+}
 
 const EventRow kEvents[] = {
     {JVMPI_EVENT_THREAD_START, ThreadEvents::announceAll, ThreadEvents::forgetAnnouncements,
@@ -26,6 +37,15 @@ const EventRow kEvents[] = {
     {JVMPI_EVENT_CLASS_UNLOAD, nullptr, nullptr, nullptr},
     {JVMPI_EVENT_JVM_INIT_DONE, nullptr, nullptr, nullptr},
     {JVMPI_EVENT_JVM_SHUT_DOWN, nullptr, nullptr, nullptr},
+    onDemand<kCollections>(JVMPI_EVENT_GC_START),
+    onDemand<kCollections>(JVMPI_EVENT_GC_FINISH),
+    onDemand<kMonitors>(JVMPI_EVENT_MONITOR_CONTENDED_ENTER),
+    onDemand<kMonitors>(JVMPI_EVENT_MONITOR_CONTENDED_ENTERED),
+    // HotSpot does not tell when a monitor is left: enabled, and never sent.
+    {JVMPI_EVENT_MONITOR_CONTENDED_EXIT, nullptr, nullptr, nullptr,
+     VmEvents::isAvailable<kMonitors>},
+    onDemand<kMonitors>(JVMPI_EVENT_MONITOR_WAIT),
+    onDemand<kMonitors>(JVMPI_EVENT_MONITOR_WAITED),
 };
 
 jint enableEvent(jint type, void*) try {
@@ -41,7 +61,12 @@ jint disableEvent(jint type, void*) try {
 }
 
 jint requestEvent(jint type, void* argument) try {
-    return isDead() ? JVMPI_FAIL : events().request(type, argument);
+    if (isDead()) return JVMPI_FAIL;
+    // Objects can be asked for in some callbacks although their allocation is not told.
+    if (type == JVMPI_EVENT_OBJECT_ALLOC && !events().supports(type))
+        return MonitorEvents::inCallback() ? MonitorEvents::requestAllocation(argument)
+                                           : jint{JVMPI_NOT_AVAILABLE};
+    return events().request(type, argument);
 } catch (...) {
     return JVMPI_FAIL;
 }

@@ -3,15 +3,19 @@
 #include "bridge/AgentLibrary.h"
 #include "bridge/BridgeLink.h"
 #include "bridge/ClassEvents.h"
+#include "bridge/CollectionEvents.h"
 #include "bridge/Context.h"
+#include "bridge/HeapFigures.h"
 #include "bridge/HeapFork.h"
 #include "bridge/Interface.h"
 #include "bridge/JavaDriver.h"
+#include "bridge/MonitorEvents.h"
 #include "bridge/ObjectIds.h"
 #include "bridge/RawMonitor.h"
 #include "bridge/Report.h"
 #include "bridge/SystemThreads.h"
 #include "bridge/ThreadEvents.h"
+#include "bridge/VmEvents.h"
 
 namespace bridge {
 namespace {
@@ -95,6 +99,25 @@ void JNICALL classLoad(jvmtiEnv*, JNIEnv*, jthread, jclass) {}
 void JNICALL compiledMethodLoad(jvmtiEnv*, jmethodID, jint, const void*, jint,
                                 const jvmtiAddrLocationMap*, const void*) {}
 
+void JNICALL collectionStart(jvmtiEnv*) { CollectionEvents::started(); }
+void JNICALL collectionFinish(jvmtiEnv*) { CollectionEvents::finished(); }
+
+void JNICALL contendedEnter(jvmtiEnv*, JNIEnv* jni, jthread thread, jobject object) {
+    MonitorEvents::contendedEnter(jni, thread, object);
+}
+
+void JNICALL contendedEntered(jvmtiEnv*, JNIEnv* jni, jthread thread, jobject object) {
+    MonitorEvents::contendedEntered(jni, thread, object);
+}
+
+void JNICALL monitorWait(jvmtiEnv*, JNIEnv* jni, jthread thread, jobject object, jlong timeout) {
+    MonitorEvents::wait(jni, thread, object, timeout);
+}
+
+void JNICALL monitorWaited(jvmtiEnv*, JNIEnv* jni, jthread thread, jobject object, jboolean) {
+    MonitorEvents::waited(jni, thread, object);
+}
+
 struct EventSwitch {
     jvmtiEvent event;
     const char* name;
@@ -130,12 +153,19 @@ std::string installCallbacks(jvmtiEnv* jvmti) {
     callbacks.ClassPrepare = classPrepare;
     callbacks.ObjectFree = objectFree;
     callbacks.CompiledMethodLoad = compiledMethodLoad;
+    callbacks.GarbageCollectionStart = collectionStart;
+    callbacks.GarbageCollectionFinish = collectionFinish;
+    callbacks.MonitorContendedEnter = contendedEnter;
+    callbacks.MonitorContendedEntered = contendedEntered;
+    callbacks.MonitorWait = monitorWait;
+    callbacks.MonitorWaited = monitorWaited;
     if (jvmti->SetEventCallbacks(&callbacks, sizeof callbacks) != JVMTI_ERROR_NONE)
         return "this JVM takes no event callbacks: use HotSpot 17 or newer";
     for (const EventSwitch& row : kEvents)
         if (jvmti->SetEventNotificationMode(JVMTI_ENABLE, row.event, nullptr) != JVMTI_ERROR_NONE)
             return std::string("this JVM does not give the event ") + row.name +
                    ": use HotSpot 17 or newer";
+    VmEvents::begin(jvmti);
     return {};
 }
 
@@ -147,6 +177,8 @@ void beginLive(JNIEnv* jni) {
                                                   : the.vmStructs.problem();
     else if (!objectIds().start(jni))
         problem = "this JVM gives no weak references";
+    else if (!MonitorEvents::start(jni))
+        problem = "this JVM hides the fields of its threads";
     else
         the.sampler->start(problem);
     if (!problem.empty()) {
@@ -157,6 +189,10 @@ void beginLive(JNIEnv* jni) {
     setMonitorVm({currentJavaThread, isStuckInVm});
     if (the.options.protectForks() && !protectHeapFromFork(the.vmStructs))
         noteLimit("the heap is shared with forked children");
+    startHeapFigures(jni);
+    // What was enabled while the VM took no switches.
+    for (const VmEventGroup group : {VmEventGroup::kCollections, VmEventGroup::kMonitors})
+        VmEvents::follow(group);
     // Threads and classes that come from now on arrive by callback, all others are found below.
     the.phase.store(Phase::kLive, std::memory_order_release);
     ThreadEvents::addExisting(jni);

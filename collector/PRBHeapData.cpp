@@ -2,93 +2,19 @@
 
 #include "collector/PRBHeapDumpHandler.h"
 #include "collector/PRBHeapDumpRequest.h"
+#include "collector/PRBHeapDumpWalk.h"
 #include "collector/PRBSampleList.h"
 #include "collector/PRBSamplerPause.h"
 #include "core/PRBMonitorGlobal.h"
 #include "core/PRBMonitorHashTable.h"
-#include "core/PRBRegistryLocks.h"
 #include "data/PRBHeapSample.h"
 #include "runtime/PRBJavaClass.h"
-#include "runtime/PRBJavaObjectAllocated.h"
 
-#include <cstring>
 #include <vector>
 
 namespace {
 
 bool debugging() { return PRBTrace::isDebugEnabled(PRBComponent::kCollector); }
-
-// The tables that a dump is matched with.
-constexpr unsigned kHeapTables =
-    PRBRegistryLocks::kClass | PRBRegistryLocks::kArena | PRBRegistryLocks::kObject;
-
-// The matching of one dump with the object table.
-class Walk {
-public:
-    Walk(PRBMonitorHashTable& classes, PRBMonitorHashTable& objects, unsigned generation)
-        : classes_(classes), objects_(objects), generation_(generation) {}
-
-    void records(const char* at, const char* end) {
-        {
-            PRBRegistryLocks locks(kHeapTables);
-            forgetLiveFigures();
-            for (; end - at >= kRecord; at += kRecord) {
-                ++count_;
-                std::uint32_t id;
-                std::memcpy(&id, at + 1, sizeof id);
-                if (id != 0 && !count(id)) unknown_.push_back(id);
-            }
-            if (unknown_.empty()) return finish();
-        }
-        replayUnknown();
-        PRBRegistryLocks locks(kHeapTables);
-        for (std::uint32_t id : unknown_) count(id);
-        finish();
-    }
-
-private:
-    static constexpr std::ptrdiff_t kRecord = 5; // a type and an id of 4 bytes
-
-    static jobjectID toId(std::uint32_t id) {
-        return reinterpret_cast<jobjectID>(static_cast<std::uintptr_t>(id));
-    }
-
-    void forgetLiveFigures() {
-        PRBTableWalk walk(classes_);
-        while (auto* cls = static_cast<PRBJavaClass*>(walk())) cls->resetLive();
-    }
-
-    // Once per object, however often the dump names it. False when the agent does not know it.
-    bool count(std::uint32_t id) {
-        PRBJavaObjectAllocated probe(toId(id));
-        // The set's own find: the lock is held, and no object of a dump is asked for twice.
-        auto* object = static_cast<PRBJavaObjectAllocated*>(objects_.PRBHashSet::find(&probe));
-        if (object == nullptr) return false;
-        if (object->getHeapScanCount() == generation_) return true;
-        object->setHeapScanCount(generation_);
-        if (object->shouldBeMonitored() == PRBMonitored::kMonitor && object->getClass() != nullptr)
-            object->getClass()->objectFound(object->getSize());
-        return true;
-    }
-
-    void replayUnknown() {
-        PRBHeapDumpReplay replay;
-        for (std::uint32_t id : unknown_) PRBLookup::getObject(toId(id));
-    }
-
-    void finish() {
-        if (debugging()) PRBTrace::log("handleHeapDmp: iObjCount = %i", count_);
-        PRBTableWalk walk(objects_);
-        while (auto* object = static_cast<PRBJavaObjectAllocated*>(walk()))
-            if (object->getHeapScanCount() != generation_) objects_.removeAndDestroy(object);
-    }
-
-    PRBMonitorHashTable& classes_;
-    PRBMonitorHashTable& objects_;
-    const unsigned generation_;
-    int count_ = 0;
-    std::vector<std::uint32_t> unknown_;
-};
 
 void logRequest(jint answer) {
     PRBTrace::log("Returned from requesting heap data");
@@ -149,11 +75,12 @@ PRBReturnCode PRBHeapData::saveClasses(long long processId, PRBSlist& list) {
 
 void PRBHeapData::handleHeapDump(const JVMPI_Event* event) {
     PRBMonitorHashTable* classes = PRBContext::getClassTable();
+    PRBMonitorHashTable* arenas = PRBContext::getArenaTable();
     PRBMonitorHashTable* objects = PRBContext::getObjectTable();
-    if (event == nullptr || classes == nullptr || objects == nullptr) return;
+    if (event == nullptr || classes == nullptr || arenas == nullptr || objects == nullptr) return;
     const char* begin = event->u.heap_dump.begin;
     const char* end = event->u.heap_dump.end;
     if (begin == nullptr || end == nullptr || begin > end) return;
-    if (++generation_ == 0) generation_ = 1; // 0 marks objects that no dump has named
-    Walk(*classes, *objects, generation_).records(begin, end);
+    generation_ = generationAfter(generation_);
+    PRBHeapDumpWalk(*classes, *arenas, *objects, generation_).records(begin, end);
 }

@@ -25,6 +25,10 @@ public:
     void handleHeapDump(const JVMPI_Event* event);
 
     std::uint32_t getGeneration() const { return generation_; } // 0 before the first dump
+    // 0 marks objects that no dump has named, so it is passed over.
+    static constexpr std::uint32_t generationAfter(std::uint32_t generation) {
+        return generation == 0xFFFFFFFF ? 1 : generation + 1;
+    }
 
 private:
     PRBReturnCode saveClasses(long long processId, PRBSlist& list);

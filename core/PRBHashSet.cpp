@@ -14,8 +14,10 @@
 
 namespace {
 
+// Never dereferenced. A constant, so that one comparison tells elements from the rest.
+constexpr std::uintptr_t kTombstone = 1;
 PRBCollectable* tombstone() {
-    return reinterpret_cast<PRBCollectable*>(static_cast<std::uintptr_t>(1));
+    return reinterpret_cast<PRBCollectable*>(kTombstone); // NOLINT(performance-no-int-to-ptr)
 }
 
 } // namespace
@@ -147,12 +149,4 @@ void PRBHashSet::clearAndDestroy() {
         if (isElement(element)) delete element;
     }
     entries_ = used_ = 0;
-}
-
-PRBCollectable* PRBHashSet::Iterator::operator()() {
-    while (next_ < set_->capacity_) {
-        PRBCollectable* element = set_->cells_[next_++].element;
-        if (isElement(element)) return element;
-    }
-    return nullptr;
 }

@@ -1,5 +1,6 @@
 #include "core/PRBLogFile.h"
 
+#include <algorithm>
 #include <cerrno>
 #include <cstring>
 #include <ctime>
@@ -42,9 +43,9 @@ void PRBLogFile::writeLine(std::FILE* out, const char* text) noexcept {
             line = large.get();
         }
     }
-    std::memcpy(line, prefix, dated);
-    std::memcpy(line + dated, text, length);
-    std::memcpy(line + dated + length, "\r\n", 2);
+    char* end = std::copy_n(prefix, dated, line);
+    end = std::copy_n(text, length, end);
+    std::copy_n("\r\n", 2, end);
     std::setvbuf(out, nullptr, _IONBF, 0);
     std::fwrite(line, 1, size, out);
 }

@@ -63,13 +63,18 @@ struct PRBMonitorGlobal::Parts {
     PRBMonitorHashTable classes, methods, objects, arenas, threads, activeThreads;
     std::atomic<PRBWorkloadCollector*> collector{nullptr};
     Masks masks;
-    std::mutex samplerBuilding; // start-up only
+    std::once_flag samplerBuilt;
     std::atomic<PRBProfilerCPUSampler*> sampler{nullptr};
     std::unique_ptr<InternalTraceTable> traceTable;
     PRBErrorQueue errors;
     std::uint16_t port = 65535;
-    mutable std::mutex versionLock; // of javaVersion only; never held across a call of the VM
-    std::string javaVersion;
+    struct Version {
+        std::string text;
+        const Version* before;
+    };
+    // Null until first asked for. One that is replaced stays, as readers take no lock; it is
+    // replaced only by a different text.
+    std::atomic<const Version*> javaVersion{nullptr};
     PRB_Profiler_Log operatorLog;
     std::string configFile;
     PRBHeapDumpRegistration heapDumps;
@@ -82,12 +87,11 @@ PRBMonitorGlobal* PRBMonitorGlobal::getMonitorGlobal() {
 
 PRBMonitorGlobal* PRBMonitorGlobal::getMonitorGlobal(JVMPI_Interface* jvmpi, const char* options,
                                                      JavaVM* vm) {
-    // A second class loader may initialise at the same time.
-    static std::mutex building;
     if (PRBMonitorGlobal* built = getMonitorGlobal()) return built;
-    std::lock_guard guard(building);
-    if (PRBMonitorGlobal* built = getMonitorGlobal()) return built;
-    return new PRBMonitorGlobal(jvmpi, options, vm); // publishes itself
+    // A second class loader may initialise at the same time. There is no monitor yet.
+    static std::once_flag built;
+    std::call_once(built, [&] { new PRBMonitorGlobal(jvmpi, options, vm); }); // publishes itself
+    return getMonitorGlobal();
 }
 
 bool PRBMonitorGlobal::isProfilerActive() { return getMonitorGlobal() != nullptr; }
@@ -109,7 +113,12 @@ PRBMonitorGlobal::PRBMonitorGlobal(JVMPI_Interface* jvmpi, const char* options, 
     pMonitorGlobal.store(this, std::memory_order_release);
 
     int level = 0;
-    if (options != nullptr) level = applyOptions(options);
+    try {
+        if (options != nullptr) level = applyOptions(options);
+    } catch (...) {
+        // Others may hold the published pointer by now: the agent goes on without the options.
+        PRBTrace::writeToLog("Storage allocation failed");
+    }
     if (PRBTrace::isDebugEnabled(kName)) {
         PRBTrace::writeToLog("PRBPROF Initialization");
         if (options != nullptr) PRBTrace::log("Startup Options: %s", options);
@@ -167,13 +176,10 @@ std::string PRBMonitorGlobal::getConfigFileFromStartupParms() {
 void PRBMonitorGlobal::completeInit() {
     PRBTraceScope trace(kMain, kName, "PRBMonitorGlobal::completeInit");
     JVMPI_Interface* vm = PRBContext::getInterface();
-    {
-        std::lock_guard guard(parts_->samplerBuilding);
-        if (parts_->sampler.load() == nullptr) {
-            PRBProfilerCPUSampler::errorSink.store(PRBErrorQueue::report);
-            parts_->sampler.store(PRBProfilerCPUSampler::createBackgroundThread(vm, 0));
-        }
-    }
+    std::call_once(parts_->samplerBuilt, [this, vm] {
+        PRBProfilerCPUSampler::errorSink.store(PRBErrorQueue::report);
+        parts_->sampler.store(PRBProfilerCPUSampler::createBackgroundThread(vm, 0));
+    });
     if (vm == nullptr || vm->EnableEvent == nullptr) return;
     for (jint event : kStartupEvents) vm->EnableEvent(event, nullptr);
 }
@@ -271,16 +277,22 @@ PRBReturnCode PRBMonitorGlobal::findJavaVersion(JNIEnv* env) const {
     if (rc.bad()) version.assign(1, ' ');
     if (PRBTrace::isDebugEnabled(kName))
         PRBTrace::log("Detected Java version is %s", version.c_str());
-    std::lock_guard guard(parts_->versionLock);
-    parts_->javaVersion = std::move(version);
+    const Parts::Version* before = parts_->javaVersion.load(std::memory_order_acquire);
+    if (before == nullptr || before->text != version) {
+        std::unique_ptr<const Parts::Version> now(new Parts::Version{std::move(version), before});
+        // Whoever asked at the same time has the same answer.
+        if (parts_->javaVersion.compare_exchange_strong(before, now.get(),
+                                                        std::memory_order_acq_rel))
+            static_cast<void>(now.release());
+    }
     return rc;
 }
 
 std::string PRBMonitorGlobal::getJavaVersion(JNIEnv* env) const {
     PRBTraceScope trace(PRBTraceClass::kFrequent, kName, "PRBMonitorGlobal::getJavaVersion");
-    auto known = [this] {
-        std::lock_guard guard(parts_->versionLock);
-        return parts_->javaVersion;
+    const auto known = [this] {
+        const Parts::Version* version = parts_->javaVersion.load(std::memory_order_acquire);
+        return version == nullptr ? std::string() : version->text;
     };
     std::string version = known();
     if (version.empty()) {

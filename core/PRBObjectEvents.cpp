@@ -1,9 +1,11 @@
 #include "collector/PRBHeapDumpHandler.h"
+#include "collector/PRBHeapDumpReplay.h"
 #include "core/PRBArena.h"
 #include "core/PRBEventHandlers.h"
 #include "core/PRBGarbageCollectionStats.h"
 #include "core/PRBHeapDumpRegistration.h"
 #include "core/PRBLookup.h"
+#include "core/PRBObjectRecords.h"
 #include "core/PRBRegistryLocks.h"
 #include "core/PRBTrace.h"
 #include "runtime/PRBJavaClass.h"
@@ -21,10 +23,6 @@ constexpr int kMain = PRBTraceClass::kMain;
 constexpr const char* kName = PRBComponent::kMonitorGlobal;
 constexpr unsigned kObjectLocks = Locks::kClass | Locks::kArena | Locks::kObject;
 
-// Records live until the next collection, which may be tens of millions of allocations away. At
-// about 80 bytes each this many take 320 MB, what a 32-bit server can spare; further allocations
-// are counted for their class and thread only.
-constexpr std::size_t kMostRecords = 4000000;
 std::atomic<bool> boundLogged{false};
 
 PRBJavaClass* peekClass(jobjectID id) {
@@ -41,7 +39,7 @@ const PRBArena* peekArena(jint id) {
 bool haveTables() { return PRBContext::getObjectTable() != nullptr; }
 
 // True when the allocation is news: the object was not known.
-bool recordAllocation(const JVMPI_Event* event, PRBJavaClass* cls, bool replaying) {
+bool recordAllocation(const JVMPI_Event* event, PRBJavaClass* cls) {
     const auto& alloc = event->u.obj_alloc;
     PRBMonitorHashTable& objects = *PRBContext::getObjectTable();
     const PRBArena* arena = peekArena(alloc.arena_id);
@@ -50,11 +48,12 @@ bool recordAllocation(const JVMPI_Event* event, PRBJavaClass* cls, bool replayin
         known->update(arena, cls, alloc.is_array, alloc.size, event->env_id);
         return false;
     }
-    if (objects.entries() >= kMostRecords && !replaying) {
+    const std::size_t most = PRBObjectRecords::most.load(std::memory_order_relaxed);
+    if (objects.entries() >= most) {
         if (!boundLogged.exchange(true))
             PRBTrace::log("Allocation records have reached %i, further allocations are counted "
                           "without a record",
-                          static_cast<int>(kMostRecords));
+                          static_cast<int>(most));
         return true;
     }
     auto* object = new PRBJavaObjectAllocated(arena, cls, alloc.is_array, alloc.size, alloc.obj_id,
@@ -69,7 +68,7 @@ void PRBEventHandlers::HandleObjectAlloc(JVMPI_Event* event) {
     PRBTraceScope trace(kFrequent, kName, "PRBMonitorGlobal::HandleObjectAlloc");
     const auto& alloc = event->u.obj_alloc;
     if (alloc.obj_id == nullptr || !haveTables()) return;
-    const bool replaying = PRBHeapDumpReplay::isReplaying();
+    if (PRBHeapDumpReplay* replay = PRBHeapDumpReplay::ofCaller()) return replay->take(*event);
     bool news = false;
     for (bool asked = false;; asked = true) {
         Locks locks(kObjectLocks);
@@ -79,12 +78,12 @@ void PRBEventHandlers::HandleObjectAlloc(JVMPI_Event* event) {
             PRBLookup::getClassForClassID(alloc.class_id); // calls the VM
             continue;
         }
-        news = recordAllocation(event, cls, replaying);
-        if (news && cls != nullptr && !replaying) cls->objectCreated(alloc.size);
+        news = recordAllocation(event, cls);
+        if (news && cls != nullptr) cls->objectCreated(alloc.size);
         break;
     }
     // The thread's own tables come before the registries in the order of locks.
-    if (!news || replaying) return;
+    if (!news) return;
     if (PRBJavaThread* thread = PRBLookup::getThreadClass(event->env_id))
         thread->heapAllocation(alloc.size);
 }

@@ -74,8 +74,8 @@ constexpr const char* kDescriptions[] = {
     "Profiler data collection stopped due to unexpected class load",
     "Profiler data collection stopped - failure to locate background environment",
     "Profiler data collection stopped - cannot locate java.lang.System class",
-    "Profiler data collection stopped - cannot locate getProperties method for java.lang.System "
-    "class",
+    ("Profiler data collection stopped - cannot locate getProperties method for java.lang.System "
+     "class"),
     "Profiler data collection stopped - cannot locate required Java property",
     "Profiler data collection stopped - Java JIT compiler must be disabled",
     "KillThread request cannot be processed - another KillThread request is pending",

@@ -116,7 +116,7 @@ PRBReturnCode PRBStartupOptions::parse(const char* options, const Targets& targe
         std::unique_ptr<PRBSlist> before(newest);
         if (unsigned error = applyOption(option, own)) rc = error;
         if (before.get() == newest)
-            before.release();
+            static_cast<void>(before.release());
         else if (before != nullptr)
             before->clearAndDestroy();
     }

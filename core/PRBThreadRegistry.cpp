@@ -127,7 +127,8 @@ PRBJavaThread* PRBThreadRegistry::resolveHandle(JNIEnv* env, jlong handle) {
     if (handle == 0) return nullptr;
     const auto word = static_cast<std::uintptr_t>(static_cast<std::intptr_t>(handle));
     if (word == self()) return PRBLookup::getThreadClass(env);
-    auto* address = reinterpret_cast<PRBJavaThread*>(word);
+    // Followed only once it is known to be a thread's.
+    auto* address = reinterpret_cast<PRBJavaThread*>(word); // NOLINT(performance-no-int-to-ptr)
     if (PRBThreadSnapshot::Reader().contains(address)) return address;
     PRBMonitorHashTable* all = PRBContext::getThreadTable();
     if (all == nullptr) return nullptr;

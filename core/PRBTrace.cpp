@@ -1,7 +1,6 @@
 #include "core/PRBTrace.h"
 
 #include "core/InternalTraceTable.h"
-#include "core/PRBCollections.h"
 #include "core/PRBLogFile.h"
 
 #include <cstdarg>
@@ -11,37 +10,15 @@
 #include <new>
 
 std::atomic<int> PRBTrace::level{0};
-std::atomic<const PRBSlist*> PRBTrace::filter{nullptr};
+constinit PRBTraceFilter PRBTrace::filter;
 std::atomic<PRBLogFile*> PRBTrace::logFile{nullptr};
 std::atomic<InternalTraceTable*> PRBTrace::table{nullptr};
 
-bool PRBTrace::doesDebugFilterMatch(const char* component) {
-    const PRBSlist* list = filter.load(std::memory_order_acquire);
-    if (list == nullptr || component == nullptr) return false;
-    std::size_t length = std::strlen(component);
-    PRBSlistIterator next(*list);
-    while (PRBCollectable* item = next()) {
-        const auto& entry = *static_cast<const PRBCollectableString*>(item);
-        if (entry.size() <= length && std::memcmp(entry.data(), component, entry.size()) == 0)
-            return true;
-    }
-    return false;
-}
-
-namespace {
-
-bool filterPasses(const char* component) {
-    return PRBTrace::filter.load(std::memory_order_acquire) == nullptr || component == nullptr ||
-           PRBTrace::doesDebugFilterMatch(component);
-}
-
-} // namespace
-
 bool PRBTrace::isTraceEnabledSlow(int traceClass, const char* component) {
-    return (traceClass & level.load(std::memory_order_relaxed)) > 0 && filterPasses(component);
+    return (traceClass & level.load(std::memory_order_relaxed)) > 0 && filter.passes(component);
 }
 
-bool PRBTrace::isDebugEnabledSlow(const char* component) { return filterPasses(component); }
+bool PRBTrace::isDebugEnabledSlow(const char* component) { return filter.passes(component); }
 
 void PRBTrace::writeToLog(const char* text, int lock) {
     if (text == nullptr) return;

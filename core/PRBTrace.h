@@ -4,11 +4,12 @@
 #ifndef PRB_CORE_PRBTRACE_H
 #define PRB_CORE_PRBTRACE_H
 
+#include "core/PRBTraceFilter.h"
+
 #include <atomic>
 
 class InternalTraceTable;
 class PRBLogFile;
-class PRBSlist;
 
 namespace PRBTraceClass {
 constexpr int kInternal = 0x1;    // internal diagnostics; no start-up value sets it
@@ -71,16 +72,14 @@ public:
     static void exitLine(const char* operation);
     static void exitLine(const char* operation, int value);
 
-    // Does some entry of the filter equal the beginning of the component? False without a
-    // filter; an empty entry matches every component.
-    static bool doesDebugFilterMatch(const char* component);
+    static bool doesDebugFilterMatch(const char* component) { return filter.matches(component); }
 
     // The trace level in force; 0 until the start-up options have set it.
     static std::atomic<int> level;
     // Where lines go and which components may write; borrowed, set once at start-up. Without a
     // log file and without a table lines are lost. A filter that is present but empty silences
     // every named component.
-    static std::atomic<const PRBSlist*> filter;
+    static PRBTraceFilter filter;
     static std::atomic<PRBLogFile*> logFile;
     static std::atomic<InternalTraceTable*> table;
 

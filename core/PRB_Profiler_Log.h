@@ -7,7 +7,9 @@
 extern const char* const pProfilerMessageTable[];
 extern const int ProfilerMessageTableSize;
 
-class PRB_Profiler_Log : public PRB_Log {
+// Its table of operations is fixed and holds no destructor; nobody deletes one through its base.
+// NOLINTNEXTLINE(cppcoreguidelines-virtual-class-destructor)
+class PRB_Profiler_Log final : public PRB_Log {
 public:
     PRB_Profiler_Log() : PRB_Log(pProfilerMessageTable, ProfilerMessageTableSize) {}
 

@@ -5,6 +5,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <cstring>
 #include <string>
 #include <string_view>
 
@@ -42,10 +43,49 @@ public:
     int sampleType() const { return sampleType_; } // 0 for a plain record
 
     // The next field; false at the end of the record and at an error.
-    bool next(Field& field) noexcept;
+    bool next(Field& field) noexcept {
+        const std::size_t left = length_ - position_;
+        if (left == 0) return false;
+        // What every whole field has at least; shorter ends are looked into by failShort.
+        if (left < kTextHead) return failShort(left);
+        const unsigned char* p = bytes_ + position_;
+        const std::uint32_t type = int32At(p);
+        field.offset = position_;
+        field.key = static_cast<int>(int32At(p + 4));
+        if (type == kNumericField) {
+            if (left < kNumberSize) return failShort(left);
+            field.kind = Kind::Number;
+            field.number =
+                static_cast<long long>(std::uint64_t{int32At(p + 8)} << 32 | int32At(p + 12));
+            field.text = {};
+            position_ += kNumberSize;
+            return true;
+        }
+        if (type != kStringField) return failShort(left);
+        const std::size_t size = int32At(p + kFieldHead);
+        if (size > left - kTextHead)
+            return fail(position_ + kFieldHead, "a text length within the record");
+        field.kind = Kind::Text;
+        field.number = 0;
+        field.text = {reinterpret_cast<const char*>(p) + kTextHead, size};
+        position_ += kTextHead + size;
+        return true;
+    }
     const PRBWireError& error() const { return error_; }
 
 private:
+    static constexpr std::uint32_t kNumericField = 1;
+    static constexpr std::uint32_t kStringField = 2;
+    static constexpr std::size_t kFieldHead = 8;   // type and key
+    static constexpr std::size_t kTextHead = 12;   // and length
+    static constexpr std::size_t kNumberSize = 16; // and value
+
+    static std::uint32_t int32At(const unsigned char* p) {
+        std::uint32_t value;
+        std::memcpy(&value, p, sizeof value);
+        return __builtin_bswap32(value);
+    }
+    bool failShort(std::size_t left) noexcept; // says what is wrong with a field's head
     bool fail(std::size_t offset, const char* expected) noexcept;
 
     const unsigned char* bytes_;

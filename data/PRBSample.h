@@ -12,6 +12,8 @@
 #include <memory>
 #include <string>
 
+class PRBResourceAnchor;
+
 // Sample type ids as they are sent. Ids without a class here pass through.
 enum _SampleType : int {
     kSampleAppServer = 1,
@@ -111,6 +113,8 @@ public:
     virtual void saveStatInfoData(unsigned key, double first, double second);
     virtual std::string getResourceName() const { return {}; }
     virtual void calculateRates(const PRBSample* previous); // null when there is none
+    // A new anchor that identifies the sample's resource (anchors/), owned by the caller.
+    virtual PRBResourceAnchor* getResourceAnchor() const;
     // True when the class's counters restart at each sample.
     virtual bool isIntervalSample() const { return false; }
     virtual void mergeSampleData(const PRBSample* other);
@@ -172,6 +176,7 @@ protected:
     _NumericValue* getNumericValueEntry(int key);
     const _NumericValue* getNumericValueEntry(int key) const;
     const _NumericValue* slots() const { return slots_; } // one per class key, in key order
+    _NumericValue* slots() { return slots_; }
     unsigned numClassKeys() const { return numIntKeys_; }
     const unsigned* classKeys() const { return intKeys_; }
 

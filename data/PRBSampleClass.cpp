@@ -25,12 +25,13 @@ unsigned char* putNumber(unsigned char* out, std::uint32_t key, long long value)
 
 } // namespace
 
-PRBCatalogueSample::PRBCatalogueSample(const PRBSampleClass& description)
+PRBCatalogueSample::PRBCatalogueSample(const PRBSampleClass& description, const int* placement)
     : PRBSample(description.numNumericKeys, description.numericKeys, OwnSlots{}),
-      class_(&description) {}
+      class_(&description),
+      placement_(placement) {}
 
 PRBCatalogueSample::PRBCatalogueSample(const PRBCatalogueSample& other)
-    : PRBSample(other, OwnSlots{}), class_(other.class_) {}
+    : PRBSample(other, OwnSlots{}), class_(other.class_), placement_(other.placement_) {}
 
 PRBCatalogueSample& PRBCatalogueSample::operator=(const PRBCatalogueSample& other) {
     PRBSample::operator=(other);
@@ -56,6 +57,36 @@ void PRBCatalogueSample::stringKeys(int* keys) const {
     keys += PRBSample::getNumStringKeys();
     for (unsigned i = 0; i < class_->numStringKeys; ++i)
         keys[i] = static_cast<int>(class_->stringKeys[i]);
+}
+
+// The base's, in one look-up; the base has the trace lines and the keys of every sample.
+void PRBCatalogueSample::saveNumericData(int key, long long value) {
+    const auto id = static_cast<unsigned>(key);
+    const int index = id < static_cast<unsigned>(kNumKeys) ? placement_[id] : -1;
+    if (index >= 0 && __builtin_expect(PRBTrace::level.load(std::memory_order_relaxed) == 0, 1)) {
+        _NumericValue& slot = slots()[index];
+        const PRBKeyType type = PRBKeyTable[id].keyType;
+        if (isPlainType(type)) {
+            slot.plain.isSet = value != -1;
+            if (value != -1) slot.plain.value = value;
+            return;
+        }
+        if (isCounterType(type)) {
+            slot.counter.isSet = value != -1;
+            if (value != -1) slot.counter.counted = value;
+            return;
+        }
+    }
+    PRBSample::saveNumericData(key, value);
+}
+
+void PRBCatalogueSample::saveText(int key, std::string_view value) {
+    Trace trace(*class_, "saveStringData");
+    if (std::string* own = text(key)) {
+        own->assign(value);
+    } else {
+        PRBSample::saveStringData(key, std::string(value).c_str());
+    }
 }
 
 void PRBCatalogueSample::saveStringData(int key, const char* value) {

@@ -8,6 +8,7 @@
 #include <array>
 #include <cstddef>
 #include <string>
+#include <string_view>
 
 // A single key or an inclusive range of keys.
 struct PRBKeySpan {
@@ -64,8 +65,11 @@ public:
     int getNumStringKeys() const override;
     void stringKeys(int* keys) const override;
     void stream(PRBBuffer& buffer) const override;
+    void saveNumericData(int key, long long value) override;
     void saveStringData(int key, const char* text) override;
+    void saveText(int key, std::string_view text) override;
     const std::string& getStringData(int key) const override;
+    const int* getKeyPlacementArray() const override { return placement_; }
     const PRBKeyword* getZAMKeywordTable() const override { return class_->keywords; }
     _SampleType getSampleType() const override { return class_->type; }
     std::string getResourceName() const override;
@@ -75,7 +79,8 @@ public:
     const PRBSampleClass& description() const { return *class_; }
 
 protected:
-    explicit PRBCatalogueSample(const PRBSampleClass& description);
+    // The placement array is that of the description's keys.
+    PRBCatalogueSample(const PRBSampleClass& description, const int* placement);
     PRBCatalogueSample(const PRBCatalogueSample& other);
     PRBCatalogueSample& operator=(const PRBCatalogueSample& other);
     // Called by the derived constructor once its members are there. REQUIRES: as many as the
@@ -110,6 +115,7 @@ protected:
 
 private:
     const PRBSampleClass* class_;
+    const int* placement_;
     std::string* texts_ = nullptr; // one per string key, in key order
 };
 
@@ -120,7 +126,9 @@ class PRBSampleOf : public Base {
     static_assert(Description.numNumericKeys <= PRBCatalogueSample::kMaxNumericKeys);
 
 public:
-    PRBSampleOf() : Base(Description) { this->attach(slots_.data(), texts_.data()); }
+    PRBSampleOf() : Base(Description, pKeyPlacementArray.data()) {
+        this->attach(slots_.data(), texts_.data());
+    }
     PRBSampleOf(const PRBSampleOf& other)
         : Base(other), slots_(other.slots_), texts_(other.texts_) {
         this->attach(slots_.data(), texts_.data());
@@ -134,7 +142,6 @@ public:
     Derived* cloneSample() const { return new Derived(static_cast<const Derived&>(*this)); }
     PRBSample* clone() const override { return cloneSample(); }
     PRBCollectable* newSpecies() const override { return new Derived; }
-    const int* getKeyPlacementArray() const override { return pKeyPlacementArray.data(); }
 
     static constexpr std::array<int, kNumKeys> pKeyPlacementArray = prbPlacement(Description);
 

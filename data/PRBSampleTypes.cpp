@@ -1,4 +1,5 @@
 // What a sample type id stands for: its display name, its source, its class.
+#include "anchors/PRBSampleAnchors.h"
 #include "core/PRBTrace.h"
 #include "data/PRBAppServerOverviewSample.h"
 #include "data/PRBAppServerSample.h"
@@ -112,6 +113,11 @@ std::unique_ptr<PRBSample> PRBSample::buildFromType(_SampleType type) {
 std::unique_ptr<PRBSample> PRBSample::buildFromBuffer(PRBBuffer& buffer) {
     auto trace = traced("PRBSample::buildFromBuffer");
     return buildFromType(static_cast<_SampleType>(buffer.getNextIntField()));
+}
+
+PRBResourceAnchor* PRBSample::getResourceAnchor() const {
+    auto trace = traced("PRBSample::getResourceAnchor");
+    return prbNewAnchorOf(*this);
 }
 
 const char* PRBSample::getSampleTypeInEnglish(_SampleType type) {

@@ -66,6 +66,9 @@ long long PRBTransportableData::getNumericData(int) const {
 void PRBTransportableData::saveStringData(int, const char*) {
     auto trace = traced("PRBTransportableData::saveStringData");
 }
+void PRBTransportableData::saveText(int key, std::string_view text) {
+    saveStringData(key, std::string(text).c_str());
+}
 const std::string& PRBTransportableData::getStringData(int) const {
     auto trace = traced("PRBTransportableData::getStringData");
     return emptyText();
@@ -221,16 +224,19 @@ PRBTransportableData::buildFromBufferChecked(const void* bytes, std::size_t leng
         return nullptr;
     }
     record->source_ = static_cast<_CharacterEncoding>(reader.encoding());
-    std::string text; // texts end at a zero byte, as they do through the unchecked readers
     for (PRBRecordReader::Field field; reader.next(field);) {
         if (field.kind == PRBRecordReader::Kind::Number) {
             record->saveNumericData(field.key, field.number);
             continue;
         }
-        text = field.text;
-        if (record->source_ != PlatformNativeFormat)
-            text = convertString(text.c_str(), record->source_, PlatformNativeFormat);
-        record->saveStringData(field.key, text.c_str());
+        // Texts end at a zero byte, as they do through the unchecked readers.
+        const std::string_view text = field.text.substr(0, field.text.find('\0'));
+        if (record->source_ == PlatformNativeFormat) {
+            record->saveText(field.key, text);
+        } else {
+            record->saveText(field.key, convertString(std::string(text).c_str(), record->source_,
+                                                      PlatformNativeFormat));
+        }
     }
     error = reader.error();
     return error.isSet() ? nullptr : std::move(record);

@@ -10,6 +10,7 @@
 #include <cstddef>
 #include <memory>
 #include <string>
+#include <string_view>
 
 class PRBBuffer;
 class PRBSocketConnection;
@@ -60,6 +61,8 @@ public:
     virtual void saveStringData(int key, const char* text); // null counts as empty
     // Valid until the record changes.
     virtual const std::string& getStringData(int key) const;
+    // saveStringData for a text without a terminator. REQUIRES: no zero byte in it.
+    virtual void saveText(int key, std::string_view text);
     virtual PRBTransportableData* clone() const; // owned by the caller
     virtual void save(const PRBKeyValueSet& set);
 

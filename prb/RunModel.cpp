@@ -1,10 +1,12 @@
 #include "prb/RunModel.h"
 
+#include "anchors/PRBAnchors.h"
 #include "data/PRBRecordReader.h"
-#include "data/PRBTransportableData.h"
+#include "data/PRBSample.h"
 
 #include <algorithm>
 #include <memory>
+#include <utility>
 
 namespace prb {
 
@@ -78,9 +80,11 @@ constexpr int kNanoseconds = 2021;
 // The agent's own threads carry this prefix.
 constexpr const char* kOwnThreadPrefix = "PRB_";
 
-std::unique_ptr<PRBTransportableData> sampleOf(std::string_view record) {
+// Only samples are built of records.
+std::unique_ptr<PRBSample> sampleOf(std::string_view record) {
     PRBWireError error;
-    return PRBTransportableData::buildFromBufferChecked(record.data(), record.size(), error);
+    auto data = PRBTransportableData::buildFromBufferChecked(record.data(), record.size(), error);
+    return std::unique_ptr<PRBSample>(static_cast<PRBSample*>(data.release()));
 }
 
 // A value of a sample, or `otherwise` when the sample does not carry it.
@@ -185,7 +189,7 @@ void RunModel::readFacts(std::string_view record) {
 }
 
 void RunModel::readThread(std::string_view record) {
-    const auto sample = sampleOf(record);
+    auto sample = sampleOf(record);
     if (sample == nullptr) return;
     const long long id = valueOf(*sample, kThreadId, 0);
     ThreadUse& thread = byThread_[id];
@@ -196,16 +200,29 @@ void RunModel::readThread(std::string_view record) {
         thread.own = thread.name.rfind(kOwnThreadPrefix, 0) == 0;
     }
     const long long cycles = valueOf(*sample, kCycleCount, 0);
-    thread.busy += valueOf(*sample, kCpuSamples, 0);
-    thread.blocked += valueOf(*sample, kContentionSamples, 0);
-    thread.waiting += valueOf(*sample, kWaitSamples, 0);
-    thread.cycles += cycles;
     batchCycles_ = std::max(batchCycles_, cycles);
     lastSampleMs_ = std::max(lastSampleMs_, valueOf(*sample, kTimeMs, -1));
     const long long processCpu = valueOf(*sample, kProcessCpuMs, -1);
     if (processCpu >= 0) {
         if (firstProcessCpuMs_ < 0) firstProcessCpuMs_ = processCpu;
         processCpuMs_ = processCpu;
+    }
+    anchors_.save(std::move(sample), static_cast<unsigned>(polls_) + 1);
+}
+
+// A thread that changed its name has an anchor for each.
+void RunModel::gatherThreads() {
+    anchors_.forEachMatch(PRBThreadAnchor::pattern(), [this](PRBResourceAnchor& anchor) {
+        const PRBSample* sum = anchor.getLastHistoricalSample();
+        ThreadUse& thread = byThread_[valueOf(*sum, kThreadId, 0)];
+        thread.busy += valueOf(*sum, kCpuSamples, 0);
+        thread.blocked += valueOf(*sum, kContentionSamples, 0);
+        thread.waiting += valueOf(*sum, kWaitSamples, 0);
+        thread.cycles += valueOf(*sum, kCycleCount, 0);
+    });
+    for (auto& [id, thread] : byThread_) {
+        if (!thread.own) busy_ += thread.busy;
+        threads_.push_back(thread);
     }
 }
 
@@ -251,10 +268,7 @@ void RunModel::finish(const Capture& capture) {
         elapsedMs_ = static_cast<double>(lastSampleMs_ - facts_.startMs);
     }
 
-    for (auto& [id, thread] : byThread_) {
-        if (!thread.own) busy_ += thread.busy;
-        threads_.push_back(thread);
-    }
+    gatherThreads();
     std::stable_sort(threads_.begin(), threads_.end(), [](const ThreadUse& a, const ThreadUse& b) {
         return a.busy != b.busy ? a.busy > b.busy : a.name < b.name;
     });

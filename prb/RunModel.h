@@ -6,6 +6,7 @@
 #ifndef PRB_PRB_RUNMODEL_H
 #define PRB_PRB_RUNMODEL_H
 
+#include "anchors/PRBAnchorCollection.h"
 #include "prb/Capture.h"
 
 #include <cstdint>
@@ -74,12 +75,14 @@ private:
     void readThread(std::string_view record);
     void readMethod(std::string_view record);
     void endBatch();
+    void gatherThreads();
     void finish(const Capture& capture);
 
     RunFacts facts_;
     std::vector<ThreadUse> threads_;
     std::vector<MethodUse> methods_;
-    std::map<long long, ThreadUse> byThread_;
+    PRBAnchorCollection anchors_;             // what the threads did; a poll is an interval
+    std::map<long long, ThreadUse> byThread_; // who they are, by their first names
     std::map<std::tuple<std::string, std::string, std::string>, MethodUse> byMethod_;
     long long records_ = 0, polls_ = 0, cycles_ = 0, busy_ = 0, unmonitored_ = 0;
     long long samplerCpuUs_ = 0, agentBytes_ = -1, agentBytesHigh_ = -1;

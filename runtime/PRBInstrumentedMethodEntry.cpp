@@ -44,7 +44,7 @@ void PRBJavaThread::InstrumentedMethodEntry::reset(jobject firstObject, jobject 
     startTime = PRBClock::now();
 }
 
-void PRBJavaThread::InstrumentedMethodEntry::simulateSamples() {
+void PRBJavaThread::InstrumentedMethodEntry::simulateSamples(long long divisor) {
     const long long cpu = cpuNow();
     if (cpu < StartCPUTime) {
         logInconsistency("Found TotalCPUTime < StartCPUTime", "TotalCPUTime", cpu, "StartCPUTime",
@@ -59,7 +59,6 @@ void PRBJavaThread::InstrumentedMethodEntry::simulateSamples() {
                          "TotalRealTime", totalReal);
         return;
     }
-    const long long divisor = PRBContext::getSimulatedSamplingDivisor();
     if (divisor == 0) return;
     const auto store = [](std::atomic<unsigned>& counter, long long count) {
         counter.store(static_cast<unsigned>(count), kRelaxed);
@@ -79,7 +78,9 @@ void PRBJavaThread::InstrumentedMethodEntry::updateJavaInstrumentedMethodEntry(J
     PRBTraceScope trace(
         PRBTraceClass::kDetail, PRBComponent::kThread,
         "PRBJavaThread::InstrumentedMethodEntry::updateJavaInstrumentedMethodEntry");
-    if (PRBContext::isCPUSamplingActive() == 0 && timed) simulateSamples();
+    // 1 while the sampler counts; read once, as it may go active meanwhile.
+    const long long divisor = PRBContext::getSimulatedSamplingDivisor();
+    if (divisor != 1 && timed) simulateSamples(divisor);
     if (getNumSamples() != 0 && env != nullptr && javaEntry != nullptr) callJava(env, javaEntry);
 }
 

@@ -52,7 +52,7 @@ private:
     static int get(const std::atomic<unsigned>& counter) {
         return static_cast<int>(counter.load(std::memory_order_relaxed));
     }
-    void simulateSamples();
+    void simulateSamples(long long divisor);
     void callJava(JNIEnv* env, jobject javaEntry) const;
 
     jobject first = nullptr; // of the push call; kept, not used

@@ -111,9 +111,9 @@ void PRBJavaClass::objectCreated(int size) {
     objectFound(size);
 }
 
-void PRBJavaClass::objectFound(int size) {
-    liveObjects.fetch_add(1, std::memory_order_relaxed);
-    liveBytes.fetch_add(size, std::memory_order_relaxed);
+void PRBJavaClass::objectsFound(long long n, long long bytes) {
+    liveObjects.fetch_add(n, std::memory_order_relaxed);
+    liveBytes.fetch_add(bytes, std::memory_order_relaxed);
 }
 
 void PRBJavaClass::objectFreed(int size) {

@@ -77,8 +77,9 @@ public:
     void resetStats();
     // Zeroes the live objects and bytes only: a heap dump counts them anew.
     void resetLive();
-    // Counts one object of a heap dump: live only, no allocation.
-    void objectFound(int size);
+    // Counts objects of a heap dump: live only, no allocations.
+    void objectsFound(long long n, long long bytes);
+    void objectFound(int size) { objectsFound(1, size); }
     long long getNumObjects() const { return liveObjects.load(std::memory_order_relaxed); }
     long long getNumBytes() const { return liveBytes.load(std::memory_order_relaxed); }
     long long getNumAllocations() const { return allocations.load(std::memory_order_relaxed); }

@@ -1,8 +1,32 @@
 #include "runtime/PRBJavaObjectAllocated.h"
 
 #include "core/PRBArena.h"
+#include "core/PRBRecordPool.h"
 #include "core/PRBTrace.h"
 #include "runtime/PRBJavaClass.h"
+
+namespace {
+
+// Guarded by the object registry; never destroyed, as threads of the host outlive statics.
+constinit PRBRecordPool pool(sizeof(PRBJavaObjectAllocated));
+
+} // namespace
+
+void* PRBJavaObjectAllocated::operator new(std::size_t size) noexcept {
+    // A class derived from this one has another size.
+    if (size != sizeof(PRBJavaObjectAllocated)) return PRBMemoryManager::operator new(size);
+    void* p = pool.take();
+    if (p == nullptr) PRBTrace::writeToLog("Storage allocation failed");
+    PRBMemoryManager::count(size);
+    return p;
+}
+
+void PRBJavaObjectAllocated::operator delete(void* p, std::size_t size) noexcept {
+    if (size != sizeof(PRBJavaObjectAllocated)) return PRBMemoryManager::operator delete(p, size);
+    if (p == nullptr) return;
+    pool.give(p);
+    PRBMemoryManager::uncount(size);
+}
 
 PRBJavaObjectAllocated::PRBJavaObjectAllocated(const PRBArena* inArena, PRBJavaClass* ofClass,
                                                int array, int bytes, jobjectID id, JNIEnv* env)

@@ -5,16 +5,24 @@
 #include "jvmpi/jvmpi.h"
 #include "runtime/PRBJavaObject.h"
 
+#include <cstddef>
+
 class PRBArena;
 class PRBJavaClass;
 
-// Kept in "_ObjectTable" by object id; every access is under that registry.
+// Kept in "_ObjectTable" by object id; every access is under that registry, and so are making
+// one with new and deleting it: their memory comes from a pool that the registry's lock guards.
 class PRBJavaObjectAllocated : public PRBJavaObject {
 public:
     PRBJavaObjectAllocated() = default;
     explicit PRBJavaObjectAllocated(jobjectID id) : objectId(id) {} // a look-up key
     PRBJavaObjectAllocated(const PRBArena* arena, PRBJavaClass* cls, int isArray, int size,
                            jobjectID id, JNIEnv* thread);
+
+    // Counted by PRBMemoryManager like every object of the agent; null without memory.
+    static void* operator new(std::size_t size) noexcept;
+    static void* operator new(std::size_t, void* place) noexcept { return place; }
+    static void operator delete(void* p, std::size_t size) noexcept;
 
     std::uint16_t isA() const override { return 32742; }
     std::uint32_t hash() const override { return foldPointer(objectId); }

@@ -51,7 +51,7 @@ timeval fromMicros(long long us) {
 
 PRBJavaThread::PRBJavaThread(const char* threadName, const char* group, const char* parent,
                              jobjectID id, JNIEnv* env, int isBackground)
-    : threadId(id), envId(env), background(isBackground) {
+    : envId(env), background(isBackground), threadId(id) {
     PRBTraceScope trace(PRBTraceClass::kMain, kName, "PRBJavaThread constructor");
     name = copyName(threadName, "New thread name follows");
     groupName = copyName(group, "New group name follows");
@@ -158,7 +158,13 @@ int PRBJavaThread::createSample(PRBCThreadSample& sample, long long value310, lo
     const timeval now = PRBClock::now();
     const long long nowUs = PRBClock::toMicros(now);
     long long divisor = PRBContext::getSimulatedSamplingDivisor();
+    const bool sampling = divisor == 1; // a simulated sample is never that short
     if (divisor == 0) divisor = 1;
+    // Nanoseconds that a block added while the sampler went active are not samples.
+    const auto takeUnsampled = [&](std::atomic<long long>& ns, std::atomic<long long>& samples) {
+        const long long time = ns.exchange(0, kRelaxed);
+        return samples.exchange(0, kRelaxed) + (sampling ? 0 : time);
+    };
 
     // The part of a block that has passed counts now; the rest is measured from now. Whoever
     // replaces the start accounts the stretch before it.
@@ -193,8 +199,8 @@ int PRBJavaThread::createSample(PRBCThreadSample& sample, long long value310, lo
     }
     sample.saveNumericData(310, value310);
     sample.saveNumericData(311, cpuTime.exchange(0, kRelaxed) / divisor);
-    sample.saveNumericData(312, unsampledContention.exchange(0, kRelaxed) / divisor);
-    sample.saveNumericData(313, unsampledWait.exchange(0, kRelaxed) / divisor);
+    sample.saveNumericData(312, takeUnsampled(unsampledContention, sampledContention) / divisor);
+    sample.saveNumericData(313, takeUnsampled(unsampledWait, sampledWait) / divisor);
     sample.saveNumericData(315, value315);
     return trace.returns(1);
 }
@@ -207,8 +213,7 @@ void PRBJavaThread::clearCounters() {
     waitCount.store(0, kRelaxed);
     bytesAllocated.store(0, kRelaxed);
     allocationCount.store(0, kRelaxed);
-    unsampledContention.store(0, kRelaxed);
-    unsampledWait.store(0, kRelaxed);
+    forgetUnsampledTimes();
     cpuTime.store(0, kRelaxed);
 
     // The stack may cache records, so they leave the table without being deleted.
@@ -248,15 +253,15 @@ void PRBJavaThread::countSampledCpu() {
 }
 
 void PRBJavaThread::forgetUnsampledTimes() {
-    unsampledContention.store(0, kRelaxed);
-    unsampledWait.store(0, kRelaxed);
+    for (auto* time : {&unsampledContention, &unsampledWait, &sampledContention, &sampledWait})
+        time->store(0, kRelaxed);
 }
 
 PRBJavaThread::Counters PRBJavaThread::getCounters() const {
     return {contentionTime.load(kRelaxed),
             waitTime.load(kRelaxed),
-            unsampledContention.load(kRelaxed),
-            unsampledWait.load(kRelaxed),
+            unsampledContention.load(kRelaxed) + sampledContention.load(kRelaxed),
+            unsampledWait.load(kRelaxed) + sampledWait.load(kRelaxed),
             cpuTime.load(kRelaxed),
             bytesAllocated.load(kRelaxed),
             liveBytes.load(kRelaxed),

@@ -31,8 +31,8 @@ enum _FindJavaThreadObject : int { kFindThreadObject = 0, kCachedThreadObject = 
 // the thread of a data return; the sampler touches counters from its own thread. Counters are
 // relaxed atomics and a sample takes them with an exchange, so nothing is counted twice or lost.
 //
-// Times are nanoseconds. In sampling mode (PRBContext::isCPUSamplingActive) the CPU time and the
-// two unsampled times hold counts of samples.
+// Times are nanoseconds. In sampling mode (PRBContext::isCPUSamplingActive) the CPU time holds a
+// count of samples, and the two unsampled times are what the sampler counted.
 class PRBJavaThread : public PRBJavaObject {
 public:
     class MethodFrequency;         // runtime/PRBMethodFrequency.h
@@ -110,6 +110,11 @@ public:
     int getStackDepth() const { return stackDepth.load(std::memory_order_acquire); }
     int getStackCapacity() const { return stackCapacity; }
     long long getExitSequence() const { return exitSequence; }
+    // The one after it; never 0, which means no exit.
+    static long long nextExitSequence(long long sequence) {
+        const auto next = static_cast<unsigned long long>(sequence) + 1U;
+        return next == 0 ? 1 : static_cast<long long>(next);
+    }
 
     // ---- Method frequency ----
     MethodFrequency* findMethodFrequency(jmethodID method); // created when there is none
@@ -155,16 +160,18 @@ public:
     unsigned killThread(JNIEnv* env);
 
     // ---- Counters that the sampler adds to ----
-    void countSampledContention() { unsampledContention.fetch_add(1, std::memory_order_relaxed); }
-    void countSampledWait() { unsampledWait.fetch_add(1, std::memory_order_relaxed); }
+    void countSampledContention() { sampledContention.fetch_add(1, std::memory_order_relaxed); }
+    void countSampledWait() { sampledWait.fetch_add(1, std::memory_order_relaxed); }
     void countSampledCpu(); // the low 32 bits only, without carry
+    // Brings into the cache what the sampler's next look at this thread reads.
+    void prefetchForSampler() const { __builtin_prefetch(&envId); }
     // At activation of the sampler: the unit of the two unsampled times changes.
     void forgetUnsampledTimes();
 
     // Nanoseconds from start to end; no check that end is later.
     static long long TimeSpan(const timeval& start, const timeval& end);
 
-    // The counters as they stand.
+    // The counters as they stand; the unsampled times with the samples counted.
     struct Counters {
         long long contentionTime, waitTime, unsampledContention, unsampledWait, cpuTime;
         long long bytesAllocated, liveBytes;
@@ -196,12 +203,17 @@ private:
     void bury(const std::vector<MethodFrequency*>& records);
     void emptyGraveyard();
 
+    // What the sampler looks at while it stops threads, together: few lines of the cache.
+    mutable std::atomic<JNIEnv*> envId{nullptr};
+    std::atomic<_ThreadState> state{kThreadRunning};
+    std::atomic<int> workloads{0};
+    std::atomic<InstrumentedMethodEntry*> topInstrumented{nullptr};
+    int background = 0;
+    std::atomic<bool> retired{false};
+
     // Identity; constant after construction but for a key's environment.
     std::string name, groupName, parentName;
     jobjectID threadId = nullptr;
-    mutable std::atomic<JNIEnv*> envId{nullptr};
-    std::atomic<bool> retired{false};
-    int background = 0;
 
     // Method stack. The array and its capacity are the owner's alone. The depth is published
     // after the work of an exit is done: a reader that sees 0 knows that no entry caches a
@@ -210,6 +222,7 @@ private:
     int stackCapacity = 0;
     std::atomic<int> stackDepth{0};
     long long exitSequence = 0;
+    std::uint64_t stackPeriod = 1; // how often the stack has become empty
     std::unique_ptr<DecisionCache> decisions;
 
     std::atomic<PRBMonitorHashTable*> contentionTable{nullptr};
@@ -219,15 +232,16 @@ private:
     std::atomic<int> contentionCount{0}, waitCount{0};
     std::atomic<long long> bytesAllocated{0}, liveBytes{0};
     std::atomic<int> allocationCount{0}, netObjects{0};
+    // Nanoseconds, by the thread while the sampler is off; and samples, by the sampler. Apart,
+    // because a block may end while the sampler goes active.
     std::atomic<long long> unsampledContention{0}, unsampledWait{0};
+    std::atomic<long long> sampledContention{0}, sampledWait{0};
     std::atomic<long long> cpuTime{0};
-    std::atomic<_ThreadState> state{kThreadRunning};
     jobjectID contendedClassId = nullptr; // the owner's
     jmethodID contendedMethod = nullptr;  // the owner's
     Micros stateStartTime, lastSampleTime, lastMethodDataTime, lastContentionDataTime;
 
     // Instrumented stack: the containers under the pending queue lock.
-    std::atomic<InstrumentedMethodEntry*> topInstrumented{nullptr};
     PRBSlistStack instrumentedStack;
     std::vector<InstrumentedMethodEntry*> freeEntries;
 
@@ -240,7 +254,6 @@ private:
 
     std::atomic<jobject> javaThreadObject{nullptr};
     std::atomic<jobject> instrumentedStackObject{nullptr};
-    std::atomic<int> workloads{0};
     mutable std::atomic<pthread_t> owner{0}; // of the method stack, for the assertion
 
     static std::atomic<long long> CPUUsedByAllThreads;

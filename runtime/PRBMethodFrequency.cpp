@@ -26,16 +26,6 @@ bool PRBJavaThread::MethodFrequency::isEqual(const PRBCollectable* other) const 
            static_cast<const MethodFrequency*>(other)->methodId == methodId;
 }
 
-void PRBJavaThread::MethodFrequency::sampleCPU(int level, long long cpu, long long sequence) {
-    if (sequence != 0) {
-        if (lastExitSequence.load(kRelaxed) == sequence) return;
-        lastExitSequence.store(sequence, kRelaxed);
-    }
-    if (cpu == 0) return;
-    (level == 0 ? ownCpu : calleeCpu).fetch_add(cpu, kRelaxed);
-    updated.store(1, kRelaxed);
-}
-
 void PRBJavaThread::MethodFrequency::contentionEvent(long long time, _MonitorEvent kind) {
     const bool wait = kind == kMonitorWait;
     (wait ? waits : contentions).fetch_add(1, kRelaxed);
@@ -75,7 +65,10 @@ struct PRBJavaThread::MethodFrequency::Taken {
 
 PRBJavaThread::MethodFrequency::Taken PRBJavaThread::MethodFrequency::take() {
     updated.store(0, kRelaxed);
-    return {ownCpu.exchange(0, kRelaxed),       calleeCpu.exchange(0, kRelaxed),
+    const long long exits = exitCalleeCpu.load(kRelaxed);
+    const long long callee =
+        calleeCpu.exchange(0, kRelaxed) + exits - exitCalleeTaken.exchange(exits, kRelaxed);
+    return {ownCpu.exchange(0, kRelaxed),       callee,
             contentions.exchange(0, kRelaxed),  waits.exchange(0, kRelaxed),
             contentionNs.exchange(0, kRelaxed), waitNs.exchange(0, kRelaxed)};
 }

@@ -131,7 +131,8 @@ void PRBProfilerCPUSampler::sampleUntilStopped() {
             runCycle();
             debug("Finishing CPU Monitoring cycle");
         }
-        lastCycleMs = PRBClock::toMillis(PRBClock::now()) - cycleStart;
+        // A clock that was set back must not make a sleep of the hours it was set back by.
+        lastCycleMs = std::max(0LL, PRBClock::toMillis(PRBClock::now()) - cycleStart);
         cpuUsed.fetch_add(PRBContext::getThreadCPUTimeInMicroSeconds() - cpuStart,
                           std::memory_order_relaxed);
         PRBReclaimer::reclaim();

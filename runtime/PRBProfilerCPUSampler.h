@@ -85,7 +85,7 @@ private:
     static void blockSigpipe();
 
     PRBSamplerWindow::TraceSlot* slots = nullptr;
-    PRBJavaThread** list = nullptr;
+    PRBSamplerWindow::Candidate* list = nullptr;
     int capacity = 0;
     std::atomic<long long> cpuUsed{0}; // microseconds
     std::atomic<unsigned> interval;    // milliseconds

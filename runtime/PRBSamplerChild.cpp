@@ -157,22 +157,30 @@ bool PRBSamplerChild::ask(int ms) {
 }
 
 void PRBSamplerChild::pause(int ms) {
-    if (!ask(ms)) PRBClock::sleepFor(ms);
+    if (ask(ms)) return;
+    // A child that died is given up, and leaves no zombie for the rest of the active period.
+    if (getPid() != 0) forget();
+    reap();
+    PRBClock::sleepFor(ms);
 }
 
 void PRBSamplerChild::stop() {
+    if (getPid() == 0) return;
+    const std::int32_t end = kEndChildProcess;
+    writeRetrying(writeFd_, &end, sizeof end);
+    forget();
+}
+
+// Closes the pipes; the child's exit status is left to reap().
+void PRBSamplerChild::forget() {
     const pid_t child = pid_.exchange(0, std::memory_order_relaxed);
-    if (child != 0) {
-        const std::int32_t end = kEndChildProcess;
-        writeRetrying(writeFd_, &end, sizeof end);
-        close(writeFd_);
-        close(readFd_);
-        for (pid_t& former : former_)
-            if (former == 0) {
-                former = child;
-                break;
-            }
-    }
+    close(writeFd_);
+    close(readFd_);
+    for (pid_t& former : former_)
+        if (former == 0) {
+            former = child;
+            break;
+        }
     writeFd_ = readFd_ = -1;
 }
 

@@ -42,6 +42,7 @@ public:
 private:
     [[noreturn]] static void becomeChild(int readFd, int writeFd);
     bool ask(int ms);
+    void forget();
 
     static constexpr int kFormer = 8; // children that may not have been reaped yet
     int readFd_ = -1;

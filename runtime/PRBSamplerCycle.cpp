@@ -35,18 +35,26 @@ void PRBProfilerCPUSampler::runCycle() {
     JNIEnv* self = PRBJavaThread::getEnvIdForCurrentThread();
     const bool methods = (PRBContext::getDataBeingCollected() & PRBCollect::kMethods) != 0;
     {
-        // Held until the samples are charged: no thread of the list is purged meanwhile. It is
-        // taken before the first suspension, so no suspended thread can own it.
-        PRBTableLock hold(*threadTable);
-        const int threads = listThreads(*threadTable);
-        PRBSamplerWindow window(*jvmpi, list, threads, slots, self, methods);
-        window.run();
-        if (window.getSuspended() > 0) {
+        // Threads of the list that are purged meanwhile, and methods that are unloaded, stay
+        // valid until the samples are charged.
+        PRBReclaimer::Reader hold;
+        int suspended = 0;
+        int active = 0;
+        {
+            // Taken before the first suspension, so no suspended thread can own it.
+            PRBTableLock lock(*threadTable);
+            const int threads = listThreads(*threadTable);
+            PRBSamplerWindow window(*jvmpi, list, threads, slots, self, methods);
+            window.run();
+            suspended = window.getSuspended();
+            active = window.getActive();
+        }
+        if (suspended > 0) {
             if (debug)
                 PRBTrace::log("The number of threads that were suspended and resumed was %i - the "
                               "number of active threads was %i",
-                              window.getSuspended(), window.getActive());
-            charge(window.getSuspended());
+                              suspended, active);
+            charge(suspended);
         }
     }
     if (PRBMonitorHashTable* objects = PRBContext::getObjectTable())
@@ -61,7 +69,7 @@ int PRBProfilerCPUSampler::listThreads(PRBMonitorHashTable& table) {
     while (auto* thread = static_cast<PRBJavaThread*>(walk()))
         if (thread->isThisBackgroundThread() == 0 && thread->getThreadState() != kThreadEnded &&
             count < capacity)
-            list[count++] = thread;
+            list[count++] = {thread, thread->getEnvId(), nullptr};
     return count;
 }
 
@@ -72,7 +80,8 @@ bool PRBProfilerCPUSampler::reserve(int threads) {
     const auto n = static_cast<std::size_t>(wanted);
     slots = static_cast<PRBSamplerWindow::TraceSlot*>(
         PRBMemoryManager::allocate(n * sizeof(PRBSamplerWindow::TraceSlot)));
-    list = static_cast<PRBJavaThread**>(PRBMemoryManager::allocate(n * sizeof(PRBJavaThread*)));
+    list = static_cast<PRBSamplerWindow::Candidate*>(
+        PRBMemoryManager::allocate(n * sizeof(PRBSamplerWindow::Candidate)));
     capacity = wanted;
     if (slots != nullptr && list != nullptr) return true;
     releaseBuffers();
@@ -82,7 +91,7 @@ bool PRBProfilerCPUSampler::reserve(int threads) {
 void PRBProfilerCPUSampler::releaseBuffers() {
     const auto n = static_cast<std::size_t>(capacity);
     if (slots != nullptr) PRBMemoryManager::release(slots, n * sizeof(PRBSamplerWindow::TraceSlot));
-    if (list != nullptr) PRBMemoryManager::release(list, n * sizeof(PRBJavaThread*));
+    if (list != nullptr) PRBMemoryManager::release(list, n * sizeof(PRBSamplerWindow::Candidate));
     slots = nullptr;
     list = nullptr;
     capacity = 0;
@@ -90,7 +99,7 @@ void PRBProfilerCPUSampler::releaseBuffers() {
 
 // Classes that were loaded before the agent heard of loads come into the model only when somebody
 // asks for them; without this the samples of their methods would be lost, and with them the
-// names of callers. A method that the VM refuses stays unknown.
+// names of callers. A method that the VM refuses stays unknown. REQUIRES: no lock held.
 void PRBProfilerCPUSampler::makeKnown(const JVMPI_CallFrame* frames, int count) {
     PRBMonitorHashTable& methodTable = *PRBContext::getMethodTable();
     for (int i = 0; i < count; ++i) {
@@ -105,15 +114,15 @@ void PRBProfilerCPUSampler::makeKnown(const JVMPI_CallFrame* frames, int count) 
     }
 }
 
+// REQUIRES: a PRBReclaimer::Reader since before the threads were listed; no lock held.
 void PRBProfilerCPUSampler::charge(int suspended) {
     PRBMonitorHashTable& methodTable = *PRBContext::getMethodTable();
     const bool methods = (PRBContext::getDataBeingCollected() & PRBCollect::kMethods) != 0;
     const bool debug = PRBTrace::isDebugEnabled(kName);
-    PRBReclaimer::Reader hold; // the methods found are asked about outside their registry
     for (int i = 0; i < suspended; ++i) {
         const PRBSamplerWindow::TraceSlot& slot = slots[i];
         if (slot.frameCount == 0) continue;
-        PRBJavaThread* thread = list[i];
+        PRBJavaThread* thread = list[i].thread;
         if (debug)
             PRBTrace::log("Got stack data for thread " PRB_PTR, prbPtr(thread->getThreadId()));
         makeKnown(slot.frames, slot.frameCount);

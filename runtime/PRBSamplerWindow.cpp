@@ -1,9 +1,8 @@
 #include "runtime/PRBSamplerWindow.h"
 
 #include "runtime/PRBInstrumentedMethodEntry.h"
-#include "runtime/PRBJavaThread.h"
 
-PRBSamplerWindow::PRBSamplerWindow(const JVMPI_Interface& jvmpi, PRBJavaThread** threads, int count,
+PRBSamplerWindow::PRBSamplerWindow(const JVMPI_Interface& jvmpi, Candidate* threads, int count,
                                    TraceSlot* slots, JNIEnv* self, bool takeTraces)
     : jvmpi_(jvmpi),
       threads_(threads),
@@ -13,6 +12,8 @@ PRBSamplerWindow::PRBSamplerWindow(const JVMPI_Interface& jvmpi, PRBJavaThread**
       takeTraces_(takeTraces) {}
 
 namespace {
+
+constexpr int kAhead = 24; // threads; far enough for their memory to arrive
 
 // The entry that samples of this thread are counted into; null when there is none.
 PRBJavaThread::InstrumentedMethodEntry* countedEntry(const PRBJavaThread& thread) {
@@ -26,7 +27,7 @@ struct PRBSamplerWindow::ResumeAll {
     PRBSamplerWindow& window;
     ~ResumeAll() {
         for (int i = 0; i < window.suspended_; ++i)
-            window.jvmpi_.ResumeThread(window.threads_[i]->getEnvId());
+            window.jvmpi_.ResumeThread(window.threads_[i].env);
     }
 };
 
@@ -38,8 +39,9 @@ void PRBSamplerWindow::run() {
 
 void PRBSamplerWindow::stop() {
     for (int i = 0; i < count_; ++i) {
-        PRBJavaThread* thread = threads_[i];
-        JNIEnv* env = thread->getEnvId();
+        PRBJavaThread* thread = threads_[i].thread;
+        JNIEnv* env = threads_[i].env;
+        if (i + kAhead < count_) threads_[i + kAhead].thread->prefetchForSampler();
         if (env == self_ || thread->getThreadState() == kThreadEnded) continue;
         const jint status = jvmpi_.GetThreadStatus(env) & ~JVMPI_THREAD_INTERRUPTED;
         PRBJavaThread::InstrumentedMethodEntry* entry = countedEntry(*thread);
@@ -55,7 +57,7 @@ void PRBSamplerWindow::stop() {
             if (entry != nullptr) entry->incrNumSamplesContention(1);
             break;
         case JVMPI_THREAD_RUNNABLE:
-            threads_[suspended_++] = thread;
+            threads_[suspended_++] = {thread, env, entry};
             jvmpi_.SuspendThread(env);
             break;
         default:
@@ -66,15 +68,14 @@ void PRBSamplerWindow::stop() {
 
 void PRBSamplerWindow::look() {
     for (int i = 0; i < suspended_; ++i) {
-        PRBJavaThread* thread = threads_[i];
+        const Candidate& stopped = threads_[i];
         TraceSlot& slot = slots_[i];
         slot.frameCount = 0;
-        if (jvmpi_.ThreadHasRun(thread->getEnvId()) == JNI_FALSE) continue;
+        if (jvmpi_.ThreadHasRun(stopped.env) == JNI_FALSE) continue;
         ++active_;
-        if (PRBJavaThread::InstrumentedMethodEntry* entry = countedEntry(*thread))
-            entry->incrNumSamplesActive(1);
+        if (stopped.entry != nullptr) stopped.entry->incrNumSamplesActive(1);
         if (!takeTraces_) continue;
-        JVMPI_CallTrace trace{thread->getEnvId(), 0, slot.frames};
+        JVMPI_CallTrace trace{stopped.env, 0, slot.frames};
         jvmpi_.GetCallTrace(&trace, kFrames);
         if (trace.num_frames > 0)
             slot.frameCount = trace.num_frames < kFrames ? trace.num_frames : kFrames;

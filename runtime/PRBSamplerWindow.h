@@ -3,8 +3,7 @@
 #define PRB_RUNTIME_PRBSAMPLERWINDOW_H
 
 #include "jvmpi/jvmpi.h"
-
-class PRBJavaThread;
+#include "runtime/PRBJavaThread.h"
 
 // A stopped thread may own any lock of the process: malloc's, stdio's, the agent's own. So
 // nothing here allocates, locks, logs or uses stdio; all memory is the caller's, sized before.
@@ -17,10 +16,18 @@ public:
         JVMPI_CallFrame frames[kFrames];
     };
 
+    // One thread, with what each pass over them needs: the passes stay off the threads' own
+    // memory, which thousands of them have no room for in the cache.
+    struct Candidate {
+        PRBJavaThread* thread;
+        JNIEnv* env;
+        PRBJavaThread::InstrumentedMethodEntry* entry; // the window's: where its samples go
+    };
+
     // `threads`: candidates, neither background threads nor ended; reordered to those that were
     // stopped. `slots`: one per candidate.
-    PRBSamplerWindow(const JVMPI_Interface& jvmpi, PRBJavaThread** threads, int count,
-                     TraceSlot* slots, JNIEnv* self, bool takeTraces);
+    PRBSamplerWindow(const JVMPI_Interface& jvmpi, Candidate* threads, int count, TraceSlot* slots,
+                     JNIEnv* self, bool takeTraces);
 
     // Classifies and stops, looks at and resumes all threads. On return none is stopped.
     void run();
@@ -33,7 +40,7 @@ private:
     void stop();
     void look();
     const JVMPI_Interface& jvmpi_;
-    PRBJavaThread** threads_;
+    Candidate* threads_;
     int count_;
     TraceSlot* slots_;
     JNIEnv* self_;

@@ -75,7 +75,7 @@ bool PRBJavaThread::isMethodMonitored(jmethodID method) {
     }
     bool monitored = record->shouldBeMonitored() == PRBMonitored::kMonitor;
     if (decisions != nullptr && record->isDecided())
-        decisions->of(method) = {method, epoch, monitored};
+        decisions->of(method) = {method, epoch, monitored, nullptr, 0};
     return monitored;
 }
 
@@ -110,6 +110,7 @@ void PRBJavaThread::methodExit(jmethodID method) {
         if (popped.isTimed != 0) measureExit(popped, depth);
         break;
     }
+    if (depth == 0) ++stackPeriod;
     stackDepth.store(depth, std::memory_order_release);
     if (depth == 0 && graveyardCount.load(kRelaxed) > 0) emptyGraveyard();
     setThreadState(kThreadRunning);
@@ -142,7 +143,7 @@ void PRBJavaThread::measureExit(StackEntry& entry, int depth) {
     }
     const long long exclusive = totalCpu - entry.ChildCPUTime;
     if (totalCpu > 0) {
-        if (++exitSequence == 0) exitSequence = 1;
+        exitSequence = nextExitSequence(exitSequence);
         chargeCallers(depth, totalCpu, totalReal, exclusive);
     }
     cpuTime.fetch_add(exclusive, kRelaxed);
@@ -169,7 +170,15 @@ void PRBJavaThread::chargeCallers(int depth, long long totalCpu, long long total
 }
 
 PRBJavaThread::MethodFrequency* PRBJavaThread::frequencyOf(StackEntry& entry) {
-    if (entry.frequency == nullptr) entry.frequency = findMethodFrequency(entry.method);
+    if (entry.frequency != nullptr) return entry.frequency;
+    DecisionCache::Slot* known = decisions == nullptr ? nullptr : &decisions->of(entry.method);
+    if (known != nullptr && known->method == entry.method && known->period == stackPeriod)
+        return entry.frequency = known->record;
+    entry.frequency = findMethodFrequency(entry.method);
+    if (known != nullptr && known->method == entry.method) {
+        known->record = entry.frequency;
+        known->period = stackPeriod;
+    }
     return entry.frequency;
 }
 

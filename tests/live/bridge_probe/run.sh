@@ -21,7 +21,7 @@ fail() {
 run() {
     local wanted=$1
     shift
-    timeout 150 "$java" -Xmx512m "$@" -cp "$program" Program >out 2>err
+    timeout -k 5 150 "$java" -Xmx512m "$@" -cp "$program" Program >out 2>err
     local code=$?
     [ $code = "$wanted" ] || fail "exit code $code instead of $wanted"
     ls hs_err* >/dev/null 2>&1 && fail "the JVM crashed: $(head -20 hs_err*)"
@@ -40,7 +40,7 @@ stalled() {
     [ "$gc" = Shenandoah ] && sizes=pauses
     # The VM does not name what ZGC has in use since it keeps its memory by processor nodes.
     [ "$gc" = Z ] && { [ "$feature" -ge 25 ] && sizes=nosizes || sizes=pauses; }
-    timeout 200 "$java" -Xmx300m "-XX:+Use${gc}GC" "-agentpath:$bridge=lib=$stalls,jar=$jar" \
+    timeout -k 5 60 "$java" -Xms300m -Xmx300m "-XX:+Use${gc}GC" "-agentpath:$bridge=lib=$stalls,jar=$jar" \
         -cp "$program" Stalls "$@" $sizes >out 2>err
     local code=$?
     ls hs_err* >/dev/null 2>&1 && fail "$gc: the JVM crashed: $(head -20 hs_err*)"
@@ -59,7 +59,7 @@ verdict() {
 said() {
     local text=$1
     shift
-    timeout 60 "$java" "$@" -cp "$program" Plain >out 2>err
+    timeout -k 5 60 "$java" "$@" -cp "$program" Plain >out 2>err
     local code=$?
     [ $code = 5 ] || fail "exit code $code instead of 5"
     [ "$(cat out)" = "plain output" ] || fail "the program's output changed"
@@ -69,7 +69,7 @@ said() {
 }
 
 options="lib=$probe,jar=$jar"
-feature=$("$java" -version 2>&1 | sed -n '1s/.*"\([0-9]*\).*/\1/p')
+feature=$("$java" -version 2>&1 | sed -n '1s/[^"]*"\([0-9]*\).*/\1/p')
 case $case in
     early) profiled "-agentpath:$bridge=$options,agent.mode=early" ;;
     late) profiled "-agentpath:$bridge=$options,agent.mode=late" ;;

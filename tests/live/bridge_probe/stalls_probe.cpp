@@ -1,6 +1,7 @@
 // Stands in for the profiling agent, for the events in which the program stands still:
 // collections and monitors. Writes what is not as it should be to the file that the environment
 // variable PRB_PROBE_LOG names; the last line is "done".
+#include <algorithm>
 #include <atomic>
 #include <cstdarg>
 #include <cstdio>
@@ -52,9 +53,8 @@ void* asArgument(jlong id) { return reinterpret_cast<void*>(static_cast<uintptr_
 // Taken in GC_START, given back in GC_FINISH, and taken by the threads that look things up.
 JVMPI_RawMonitor outer = nullptr;
 JVMPI_RawMonitor inner = nullptr;
-// Who is inside a stretch under both monitors: a looking thread's, or 1 for a collection. A
-// collection may come while a thread is inside (it has borrowed the monitors), never the other way
-// round.
+// A collection has both monitors. It may have borrowed them from a thread that is stuck in the VM;
+// no thread ever runs under them meanwhile.
 std::atomic<bool> collecting{false};
 std::atomic<jlong> starts{0};
 std::atomic<jlong> finishes{0};
@@ -110,8 +110,6 @@ void onCollectionFinish(const JVMPI_Event& event) {
     jvmpi->RawMonitorExit(inner);
     jvmpi->RawMonitorExit(outer);
 }
-
-std::atomic<bool> loadsSeen{false};
 
 jlong nowMs() {
     timespec now;
@@ -184,7 +182,8 @@ void onMonitor(const JVMPI_Event& event, jobjectID object, jlong timeout) {
     JVMPI_CallFrame frames[3];
     JVMPI_CallTrace trace{event.env_id, 0, frames};
     jvmpi->GetCallTrace(&trace, 1);
-    check(trace.num_frames == 1, "%d frames", trace.num_frames);
+    // A thread that ends takes its own monitor with no Java code on its stack.
+    check(trace.num_frames == 0 || trace.num_frames == 1, "%d frames", trace.num_frames);
     std::lock_guard<std::mutex> guard(seenMutex);
     if (trace.num_frames == 1) {
         const auto known = methodNames.find(frames[0].method_id);
@@ -211,9 +210,8 @@ void notify(JVMPI_Event* event) {
     case JVMPI_EVENT_GC_FINISH:
         return onCollectionFinish(*event);
     case JVMPI_EVENT_CLASS_LOAD | JVMPI_REQUESTED_EVENT:
-        loadsSeen = true;
-        if (!classNameAsked) return;
-        return onClassLoad(*event);
+        if (classNameAsked) onClassLoad(*event);
+        return;
     case JVMPI_EVENT_CLASS_LOAD:
         return onClassLoad(*event);
     case JVMPI_EVENT_OBJECT_ALLOC | JVMPI_REQUESTED_EVENT:
@@ -284,16 +282,33 @@ void driverStop(JNIEnv*, jobject) {
     note(failures == 0 ? "done" : "done with failures");
 }
 
+jsize borrowedIndex = -1; // of the counter, told by the fact that names them
+
 void facts(JNIEnv* jni, jobject array) {
     const auto texts = static_cast<jobjectArray>(array);
     bool available = false;
     for (jsize i = 0; i < jni->GetArrayLength(texts); i++) {
         const std::string text = "+" + textOf(jni, jni->GetObjectArrayElement(texts, i)) + "+";
+        if (text.starts_with("+counters="))
+            borrowedIndex =
+                static_cast<jsize>(std::count(
+                    text.begin(), text.begin() + static_cast<long>(text.find("monitorsBorrowed")),
+                    '+')) -
+                1;
         if (!text.starts_with("+available=")) continue;
         available = text.find("+contention+") != std::string::npos &&
                     text.find("+gc+") != std::string::npos;
     }
     check(available, "contention and gc are not offered");
+}
+
+// Collections that found a look-up in the VM borrowed its monitors: the test tested something.
+void counters(JNIEnv* jni, jobject array) {
+    check(borrowedIndex >= 0, "no counter of borrowed monitors");
+    if (lookups == 0 || !sizesKnown || borrowedIndex < 0) return;
+    jlong borrowed = 0;
+    jni->GetLongArrayRegion(static_cast<jlongArray>(array), borrowedIndex, 1, &borrowed);
+    check(borrowed > 0, "no monitor was ever borrowed");
 }
 
 struct NamedCheck {
@@ -303,7 +318,7 @@ struct NamedCheck {
 const NamedCheck kChecks[] = {
     {"driverStart", [](JNIEnv*, jobject) {}},
     {"facts", facts},
-    {"counters", [](JNIEnv*, jobject) {}},
+    {"counters", counters},
     {"driverStop", driverStop},
     {"monitors on", [](JNIEnv*, jobject) { switchMonitors(true); }},
     {"monitors off", [](JNIEnv*, jobject) { switchMonitors(false); }},

@@ -11,7 +11,7 @@ namespace {
 
 TEST(IdSet, answersAsALinearSearchDoesForEverySize) {
     std::mt19937 random(4711);
-    for (std::size_t size : {0, 1, 2, 3, 4, 5, 6, 15, 16, 17, 1000, 10000}) {
+    for (std::size_t size : {0U, 1U, 2U, 3U, 4U, 5U, 6U, 15U, 16U, 17U, 1000U, 10000U}) {
         std::vector<std::uint32_t> ids(size);
         for (std::uint32_t& id : ids) id = static_cast<std::uint32_t>(random() % 50000);
         const PRBIdSet set(ids);

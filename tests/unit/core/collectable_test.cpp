@@ -1,10 +1,6 @@
 #include "core/PRBArena.h"
 #include "core/PRBCollectable.h"
-#include "core/PRBStringMask.h"
-#include "runtime/PRBInstrumentedMethodEntry.h"
 #include "runtime/PRBJavaClass.h"
-#include "runtime/PRBJavaMethod.h"
-#include "runtime/PRBJavaObjectAllocated.h"
 
 #include <gtest/gtest.h>
 #include <memory>
@@ -48,20 +44,46 @@ TEST(CollectableString, isComparedByText) {
     EXPECT_TRUE(PRBCollectableString(static_cast<const char*>(nullptr)).empty());
 }
 
+// The operations of a value string that the agent relies on.
+TEST(CollectableString, isAValueString) {
+    PRBCollectableString text("com/x/Order.price");
+    EXPECT_EQ(text.length(), 17u);
+    EXPECT_STREQ(text.data(), "com/x/Order.price");
+    EXPECT_TRUE(PRBCollectableString().empty());
+    // The index of a character or a text, minus one when it is absent.
+    EXPECT_EQ(static_cast<int>(text.find('/')), 3);
+    EXPECT_EQ(static_cast<int>(text.rfind('/')), 5);
+    EXPECT_EQ(static_cast<int>(text.find("Order")), 6);
+    EXPECT_EQ(static_cast<int>(text.find('!')), -1);
+    EXPECT_EQ(static_cast<int>(text.rfind('!')), -1);
+    EXPECT_EQ(static_cast<int>(text.find("order")), -1);
+
+    PRBCollectableString copy(text);
+    copy.replace(0, 5, "org");
+    EXPECT_EQ(copy, "org/Order.price");
+    EXPECT_EQ(text, "com/x/Order.price"); // a copy is independent
+    copy.erase(9);
+    EXPECT_EQ(copy, "org/Order");
+    copy.erase(3, 1);
+    EXPECT_EQ(copy, "orgOrder");
+    copy.resize(3);
+    EXPECT_EQ(copy, "org");
+    copy.resize(5);
+    EXPECT_EQ(copy.length(), 5u);
+    EXPECT_EQ(copy[3], '\0');
+    copy = text;
+    copy += "()";
+    copy.append(1, 'V');
+    EXPECT_EQ(copy, text + "()V");
+    EXPECT_TRUE(copy.isEqual(std::make_unique<PRBCollectableString>(text + "()V").get()));
+    EXPECT_EQ(PRBCollectableString(text, 6, 5), "Order");
+}
+
 TEST(CollectableFactory, createsTheRootClassOnly) {
     std::unique_ptr<PRBCollectable> made(PRBCollectableFactory::create(0));
     ASSERT_NE(made, nullptr);
     EXPECT_EQ(made->isA(), 0);
     EXPECT_EQ(PRBCollectableFactory::create(32740), nullptr);
-}
-
-TEST(ClassIdentifiers, areThoseOfTheTable) {
-    EXPECT_EQ(PRBArena().isA(), 32743);
-    EXPECT_EQ(PRBJavaClass().isA(), 32744);
-    EXPECT_EQ(PRBJavaObjectAllocated().isA(), 32742);
-    EXPECT_EQ(PRBJavaMethod().isA(), 32741);
-    EXPECT_EQ(PRBStringMask("a", kExactCase).isA(), 32733);
-    EXPECT_EQ(PRBJavaObject().isA(), 0);
 }
 
 TEST(Arena, isEqualById) {

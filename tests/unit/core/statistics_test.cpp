@@ -1,7 +1,9 @@
 #include "core/PRBErrorQueue.h"
 #include "core/PRBEventMetrics.h"
 #include "core/PRBGarbageCollectionStats.h"
+#include "core/PRBJavaRawMonitor.h"
 #include "core/PRBLockRank.h"
+#include "core/PRBVm.h"
 #include "data/PRBGarbageCollectionSample.h"
 #include "data/PRBProfilerError.h"
 
@@ -165,5 +167,57 @@ TEST(LockRankDeathTest, aWrongOrderEndsTheProgram) {
     PRBLockRank::acquired(&b, "_ClassTable");
     PRBLockRank::released(&b);
     PRBLockRank::checkVmCall("RequestEvent");
+}
+
+TEST(LockRankDeathTest, everyMonitorIsKeptInItsPlace) {
+    std::size_t rows = 0;
+    const PRBLockRank::Row* table = PRBLockRank::table(rows);
+    for (std::size_t i = 0; i < rows; ++i) {
+        // Behind itself in rank comes everything before it in the table, and itself for
+        // another object of the same rank.
+        const std::size_t before = i == 0 ? 0 : i - 1;
+        int one = 0, other = 0;
+        PRBLockRank::acquired(&one, table[i].monitor);
+        EXPECT_DEATH(PRBLockRank::acquired(&other, table[before].monitor),
+                     std::string("\"") + table[before].monitor + "\".*\"" + table[i].monitor)
+            << table[i].monitor;
+        if (table[i].heldAcrossVmCalls)
+            PRBLockRank::checkVmCall("DisableGC");
+        else
+            EXPECT_DEATH(PRBLockRank::checkVmCall("DisableGC"), table[i].monitor);
+        PRBLockRank::released(&one);
+    }
+}
+
+TEST(LockRank, theWholeOrderMayBeHeldAtOnce) {
+    std::size_t rows = 0;
+    const PRBLockRank::Row* table = PRBLockRank::table(rows);
+    std::vector<const PRBLockRank::Row*> held;
+    for (std::size_t i = 0; i < rows; ++i) {
+        if (i > 0 && table[i].rank == table[i - 1].rank) continue;
+        PRBLockRank::acquired(&table[i], table[i].monitor);
+        held.push_back(&table[i]);
+    }
+    int unnamed = 0;
+    PRBLockRank::acquired(&unnamed, "of nobody"); // has no place, and is never wrong
+    PRBLockRank::released(&unnamed);
+    // In any order; nothing is left behind.
+    for (const PRBLockRank::Row* row : held) PRBLockRank::released(row);
+    PRBLockRank::checkVmCall("RequestEvent");
+    PRBLockRank::acquired(&unnamed, "_ClassTable");
+    PRBLockRank::released(&unnamed);
+}
+
+TEST(LockRankDeathTest, realMonitorsAreChecked) {
+    PRBJavaRawMonitor objects("_ObjectTable", nullptr), classes("_ClassTable", nullptr);
+    PRBMonitorGuard guard(objects);
+    EXPECT_DEATH(PRBMonitorGuard inner(classes), "\"_ClassTable\".*\"_ObjectTable\"");
+    EXPECT_DEATH(PRBVm::requestEvent(JVMPI_EVENT_CLASS_LOAD, nullptr),
+                 "RequestEvent.*\"_ObjectTable\"");
+    EXPECT_DEATH(PRBVm::getMethodClass(nullptr), "GetMethodClass");
+    EXPECT_DEATH(PRBVm::getThreadObject(nullptr), "GetThreadObject");
+    EXPECT_DEATH(PRBVm::GcDisabled disabled, "DisableGC");
+    guard.release();
+    PRBVm::requestEvent(JVMPI_EVENT_CLASS_LOAD, nullptr);
 }
 #endif

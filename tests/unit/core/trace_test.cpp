@@ -78,6 +78,31 @@ TEST(Trace, anEmptyFilterSilencesNamedComponentsAndAnEmptyEntryPassesAll) {
     EXPECT_TRUE(PRBTrace::isTraceEnabled(0x200, "PRBCMNGL"));
 }
 
+TEST(Trace, theFilterIsDecidedAlikeForEveryComponent) {
+    PRBTrace::level.store(0x1E00);
+    const std::vector<std::string> components = {
+        "PRBCMNGL", "PRBCLOG", "PRBCPLOG", "PRBCRETC", "PRBCPRER", "PRBCMASK", "PRBCMEMM",
+        "PRBCJVRM", "PRBCJVTH", "PRBCJVCL", "PRBCJVMT", "PRBCJVOB", "PRBCJVOA", "PRBCCPUS",
+        "PRBCCLCO", "PRBCBUFF", "PRBCTRAN", "PRBCKYST", "PRBCSAMP", "PRBCTIME", "PRBCUTIL",
+        "PRBCRSCA", "PRBCAASA", "PRBCAPSA", "PRBCCNSA", "PRBCCOSA", "PRBCDBSA", "PRBCDSSA",
+        "PRBCEBSA", "PRBCEJSA", "PRBCEMSA", "PRBCENSA", "PRBCGCSA", "PRBCHESA", "PRBCHSSA",
+        "PRBCMSSA", "PRBCMUSA", "PRBCOPSA", "PRBCPRSA", "PRBCSOSA", "PRBCSVSA", "PRBCTHSA",
+        "PRBCTRSA", "PRBCWBSA", "PRBCWDSA", "PRBCWESA", "PRBCWSSA",
+        // and names that are none
+        "PRBC", "PRBCM", "PRBCLO", "PRBCLOGX", "PRBCMNGLX", "PRBDMNGL", "x", "", "PRBCJVXX"};
+    for (const std::string& one : components) {
+        for (std::size_t length : {one.size(), one.size() / 2, std::size_t{5}}) {
+            const std::string entry = one.substr(0, length);
+            Filter filter({"other", entry.c_str()});
+            for (const std::string& name : components)
+                EXPECT_EQ(PRBTrace::isDebugEnabled(name.c_str()),
+                          name.compare(0, entry.size(), entry) == 0)
+                    << name << " under " << entry;
+        }
+    }
+    EXPECT_TRUE(PRBTrace::isDebugEnabled("PRBCMNGL")); // without a filter everything passes
+}
+
 TEST(InternalTraceTable, fillsWithBlanksAndCuts) {
     InternalTraceTable table(3, nullptr);
     EXPECT_EQ(entry(table, 0), std::string(64, ' '));

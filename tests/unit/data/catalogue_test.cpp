@@ -128,6 +128,20 @@ TEST_P(SampleClass, HasItsTypeAndKeysInOrder) {
     EXPECT_EQ(texts, row.stringKeys);
 }
 
+TEST_P(SampleClass, MinusOneMakesEachKeyUnset) {
+    const auto sample = GetParam().create();
+    for (int key : GetParam().numericKeys) {
+        sample->saveNumericData(key, 42);
+        const long long sent = sample->getNumericValueForStream(static_cast<unsigned>(key));
+        const auto type = PRBSample::getKeyTableEntry(key)->keyType;
+        EXPECT_EQ(sent, isStatisticType(type) ? 0 : 42) << key;
+        sample->saveNumericData(key, -1);
+        EXPECT_EQ(sample->getNumericValueForStream(static_cast<unsigned>(key)), -1) << key;
+    }
+    for (int key : {-1, 0, 3, 1219, 1220, 100000}) sample->saveNumericData(key, 42);
+    EXPECT_EQ(decoded(*sample).fields.size(), 2u); // time and duration
+}
+
 TEST_P(SampleClass, PlacesEachKeyOnce) {
     const Row& row = GetParam();
     const auto sample = row.create();

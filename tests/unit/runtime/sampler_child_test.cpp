@@ -118,9 +118,10 @@ TEST_F(SamplerChild, aKilledChildCostsOnlyItself) {
     awaitEnd(pid);
     for (int i = 1; i <= 5; ++i) child.pause(i);
     EXPECT_EQ(sleeps, (std::vector<int>{1, 2, 3, 4, 5})); // each took its time
+    EXPECT_EQ(stateOf(pid), '\0');                        // nor is it left a zombie meanwhile
+    EXPECT_EQ(child.getPid(), 0);
+    EXPECT_EQ(child.getWriteFd(), -1);
     child.stop();
-    child.reap();
-    EXPECT_EQ(stateOf(pid), '\0');
 }
 
 TEST_F(SamplerChild, withoutAChildThePauseSleepsByItself) {

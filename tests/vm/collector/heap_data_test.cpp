@@ -1,4 +1,5 @@
 // Heap data: live figures per class from level-0 dumps.
+#include "collector/PRBHeapDumpWalk.h"
 #include "tests/vm/collector/CollectorTest.h"
 
 #include "runtime/PRBJavaClass.h"
@@ -267,10 +268,77 @@ TEST_F(HeapData, aCollectionWhileObjectsAreReplayedDoesNoHarm) {
     };
     const auto records = heap();
     EXPECT_GE(requests, 3);
-    // The collection emptied the table: what was replayed before it is known no more.
-    EXPECT_LE(records.at("com/x/Order").number(340), 5);
+    // The collection emptied the table; what was counted stays counted.
+    EXPECT_EQ(records.at("com/x/Order").number(340), 5);
+    EXPECT_EQ(records.at("com/x/Order").number(309), 120);
     vm.jvmpi()->RequestEvent = request;
     EXPECT_EQ(heap()["com/x/Order"].number(340), 5);
+}
+
+TEST_F(HeapData, dumpsLongerThanABatchAreCountedWholeOnceAndAgain) {
+    begin(0x9000);
+    constexpr int kOrders = 10000; // more than two batches
+    vm.setEnabled(JVMPI_EVENT_OBJECT_ALLOC, false);
+    DumpBuilder dump;
+    for (int i = 0; i < kOrders; ++i) {
+        dump.object(0, vm.allocate(vm.mainThread(), order, 24).id);
+        if (i % 1000 == 0) dump.object(0, vm.allocate(vm.mainThread(), line, 40).id);
+    }
+    for (int times = 0; times < 2; ++times) { // unknown, then known
+        deliver(dump);
+        EXPECT_EQ(classOf(order)->getNumObjects(), kOrders) << times;
+        EXPECT_EQ(classOf(order)->getNumBytes(), kOrders * 24) << times;
+        EXPECT_EQ(classOf(line)->getNumObjects(), 10) << times;
+        EXPECT_EQ(classOf(line)->getNumBytes(), 400) << times;
+        EXPECT_EQ(classOf(order)->getNumAllocations(), 0) << times;
+        EXPECT_EQ(PRBContext::getObjectTable()->entries(), kOrders + 10U) << times;
+    }
+}
+
+TEST_F(HeapData, anObjectThatABatchNamesTwiceCountsOnce) {
+    begin(0x9000);
+    vm.setEnabled(JVMPI_EVENT_OBJECT_ALLOC, false);
+    auto& object = vm.allocate(vm.mainThread(), order, 24);
+    deliver(DumpBuilder().object(0, object.id).object(0, object.id));
+    EXPECT_EQ(classOf(order)->getNumObjects(), 1);
+    EXPECT_EQ(classOf(order)->getNumBytes(), 24);
+    EXPECT_EQ(PRBContext::getObjectTable()->entries(), 1U);
+}
+
+TEST_F(HeapData, objectsBeyondTheBoundOfTheTableAreCountedWithoutARecord) {
+    begin(0x9000);
+    vm.setEnabled(JVMPI_EVENT_OBJECT_ALLOC, false);
+    DumpBuilder dump;
+    for (int i = 0; i < 20; ++i) dump.object(0, vm.allocate(vm.mainThread(), order, 24).id);
+    PRBHeapDumpWalk::mostRecords.store(5);
+    for (int times = 0; times < 2; ++times) {
+        deliver(dump);
+        EXPECT_EQ(classOf(order)->getNumObjects(), 20) << times;
+        EXPECT_EQ(classOf(order)->getNumBytes(), 480) << times;
+        EXPECT_EQ(PRBContext::getObjectTable()->entries(), 5U) << times;
+    }
+    PRBHeapDumpWalk::mostRecords.store(PRBHeapDumpWalk::kMostRecords);
+}
+
+TEST_F(HeapData, classesThatAreNotKnownYetAreAskedForOnceABatch) {
+    begin(0x1000, "*");
+    auto& late = vm.addClass({.name = "com/x/Late"});
+    for (int i = 0; i < 7; ++i) vm.allocate(vm.mainThread(), late, 16);
+    vm.recorder().clear();
+    const auto records = heap();
+    EXPECT_EQ(records.at("com/x/Late").number(340), 7);
+    EXPECT_EQ(records.at("com/x/Late").number(309), 112);
+    std::size_t asked = 0;
+    for (const std::string& call : vm.recorder().textsOf({"RequestEvent"}))
+        asked += call.find("RequestEvent(42,") == 0 ? 1 : 0; // class load
+    EXPECT_EQ(asked, 1U);
+}
+
+TEST_F(HeapData, aGenerationIsNeverZero) {
+    static_assert(PRBHeapData::generationAfter(0) == 1);
+    static_assert(PRBHeapData::generationAfter(7) == 8);
+    EXPECT_EQ(PRBHeapData::generationAfter(0xFFFFFFFEU), 0xFFFFFFFFU);
+    EXPECT_EQ(PRBHeapData::generationAfter(0xFFFFFFFFU), 1U);
 }
 
 } // namespace

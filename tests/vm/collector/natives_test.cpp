@@ -243,7 +243,7 @@ TEST_F(Natives, instrumentedEntriesArePushedAndPoppedThroughEveryFormOfHandle) {
 
 TEST_F(Natives, objectIdIsTheWordThatTheReferenceRefersTo) {
     std::uint32_t words[4] = {0x11223344, 0x55667788, 0, 0};
-    for (std::uintptr_t tag : {0, 1, 2, 3}) {
+    for (std::uintptr_t tag : {0U, 1U, 2U, 3U}) {
         auto* ref = reinterpret_cast<jobject>(reinterpret_cast<std::uintptr_t>(words) | tag);
         EXPECT_EQ(NATIVE(Profiler, getObjectId)(nullptr, nullptr, ref), 0x11223344) << tag;
     }

@@ -1,6 +1,8 @@
 #include "collector/PRBHeapDumpHandler.h"
+#include "collector/PRBHeapDumpReplay.h"
 #include "core/PRBArena.h"
 #include "core/PRBEventDispatcher.h"
+#include "core/PRBObjectRecords.h"
 #include "runtime/PRBMethodFrequency.h"
 #include "runtime/PRBUnloadedRecords.h"
 #include "tests/vm/core/CoreTest.h"
@@ -211,15 +213,41 @@ TEST_F(Events, allocationsWithoutAnIdAreIgnored) {
     EXPECT_EQ(PRBContext::getObjectTable()->entries(), 0u);
 }
 
-TEST_F(Events, allocationsThatAWalkOfTheHeapReplaysAreKnownButNotCounted) {
+TEST_F(Events, allocationsThatAWalkOfTheHeapAsksForGoToTheWalkOnly) {
     vm.send.classLoad(worker, order);
+    std::vector<PRBHeapDumpReplay::Object> told;
     {
-        PRBHeapDumpReplay replay;
+        PRBHeapDumpReplay replay(told);
         vm.send.objectAlloc(vm.mainThread(), 1, order.id(), 0, 16, objectId(5));
     }
-    EXPECT_NE(findObject(objectId(5)), nullptr);
+    EXPECT_EQ(told.size(), 1u);
+    EXPECT_EQ(findObject(objectId(5)), nullptr);
     EXPECT_EQ(findClass(order.id())->getNumAllocations(), 0);
     EXPECT_EQ(findClass(order.id())->getNumObjects(), 0);
+}
+
+TEST_F(Events, allocationsAboveTheBoundAreCountedWithoutARecord) {
+    EXPECT_EQ(PRBObjectRecords::most.load(), 4000000u);
+    PRBObjectRecords::most = 3;
+    vm.send.classLoad(worker, order);
+    for (std::uintptr_t i = 1; i <= 5; ++i)
+        vm.send.objectAlloc(worker, 1, order.id(), 0, 16, objectId(i));
+    EXPECT_EQ(PRBContext::getObjectTable()->entries(), 3u);
+    EXPECT_NE(findObject(objectId(3)), nullptr);
+    EXPECT_EQ(findObject(objectId(4)), nullptr);
+    EXPECT_EQ(findClass(order.id())->getNumAllocations(), 5);
+    EXPECT_EQ(threadOf(worker)->getCounters().bytesAllocated, 80);
+    EXPECT_EQ(threadOf(worker)->getCounters().allocationCount, 5);
+    EXPECT_EQ(logTexts(), Texts{"Allocation records have reached 3, further allocations are "
+                                "counted without a record"}); // once
+    vm.send.objectAlloc(worker, 1, order.id(), 0, 32, objectId(2));
+    EXPECT_EQ(findObject(objectId(2))->getSize(), 32); // what has a record is updated
+    // A collection makes room.
+    vm.send.gcStart();
+    vm.send.gcFinish(0, 0, 0);
+    vm.send.objectAlloc(worker, 1, order.id(), 0, 16, objectId(10));
+    EXPECT_NE(findObject(objectId(10)), nullptr);
+    PRBObjectRecords::most = PRBObjectRecords::kMost;
 }
 
 TEST_F(Events, threadsAreToldOfAllocationsWithNoRegistryHeld) {

@@ -1,5 +1,8 @@
 #include "tests/vm/core/CoreTest.h"
 
+#include <atomic>
+#include <vector>
+
 using namespace scripted;
 
 namespace {
@@ -75,4 +78,38 @@ TEST_F(JavaVersion, isToldWhenDebugIsOn) {
     vm.callNative([&] { EXPECT_TRUE(monitor.determineJavaVersion(vm.env()).OK()); });
     PRBTrace::level.store(0);
     EXPECT_TRUE(logged("Detected Java version is 17.0.1+12"));
+}
+
+TEST_F(JavaVersion, aLaterAnswerReplacesTheEarlier) {
+    vm.recorder().failNext("FindClass");
+    EXPECT_EQ(version(), " ");
+    vm.systemProperties()["java.vm.version"] = "17.0.1+12";
+    for (int i = 0; i < 2; ++i) // the same answer twice
+        vm.callNative([&] { EXPECT_TRUE(monitor.determineJavaVersion(vm.env()).OK()); });
+    EXPECT_EQ(version(), "17.0.1+12");
+}
+
+TEST_F(JavaVersion, mayBeAskedByManyThreads) {
+    vm.systemProperties()["java.vm.version"] = "17.0.1+12";
+    std::vector<ScriptedThread*> threads;
+    for (const char* name : {"a", "b", "c"}) {
+        threads.push_back(&vm.addThread({.name = name}));
+        threads.back()->startReal();
+    }
+    std::atomic<int> right{0};
+    for (ScriptedThread* thread : threads) {
+        thread->post([&, thread] {
+            vm.callNative(*thread, [&] {
+                for (int i = 0; i < 50; ++i) {
+                    if (i % 10 == 0) monitor.determineJavaVersion(thread->env());
+                    right += monitor.getJavaVersion(thread->env()) == "17.0.1+12" ? 1 : 0;
+                }
+            });
+        });
+    }
+    for (ScriptedThread* thread : threads) {
+        thread->waitIdle();
+        thread->stopReal();
+    }
+    EXPECT_EQ(right, 150);
 }

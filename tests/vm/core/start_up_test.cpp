@@ -3,6 +3,9 @@
 #include "core/PRBTrace.h"
 #include "tests/vm/core/CoreTest.h"
 
+#include <atomic>
+#include <vector>
+
 using namespace scripted;
 
 namespace {
@@ -196,4 +199,29 @@ TEST_F(StartUp, memoryUseIsTwoLines) {
                             std::to_string(PRBMemoryManager::getCurrentAllocation()));
     EXPECT_EQ(lines[1], "The high water amount of memory used is " +
                             std::to_string(PRBMemoryManager::getHighWaterMark()));
+}
+
+TEST_F(StartUp, threadsThatInitialiseAtOnceGetOneObjectAndOneSampler) {
+    std::vector<ScriptedThread*> threads;
+    for (const char* name : {"a", "b", "c"}) {
+        threads.push_back(&vm.addThread({.name = name}));
+        threads.back()->startReal();
+    }
+    std::atomic<PRBMonitorGlobal*> answers[3];
+    for (std::size_t i = 0; i < 3; ++i) {
+        threads[i]->post([&, i] {
+            answers[i] = &build(nullptr);
+            answers[i].load()->completeInit();
+            EXPECT_NE(answers[i].load()->getCPUSampler(), nullptr);
+        });
+    }
+    for (ScriptedThread* thread : threads) {
+        thread->waitIdle();
+        thread->stopReal();
+    }
+    EXPECT_NE(answers[0].load(), nullptr);
+    EXPECT_EQ(answers[1].load(), answers[0].load());
+    EXPECT_EQ(answers[2].load(), answers[0].load());
+    EXPECT_EQ(vm.recorder().count("RawMonitorCreate(_ClassTable)"), 1u);
+    EXPECT_EQ(vm.recorder().count("CreateSystemThread"), 1u);
 }

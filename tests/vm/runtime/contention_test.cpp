@@ -1,4 +1,5 @@
 // Blocks on monitors: the thread's figures, the records and the samples.
+#include "data/PRBCThreadSample.h"
 #include "data/PRBContentionSample.h"
 #include "runtime/PRBInstrumentedMethodEntry.h"
 #include "tests/vm/runtime/RuntimeTest.h"
@@ -145,6 +146,39 @@ TEST_F(Contention, whileTheSamplerIsActiveItAloneCountsUnsampledTime) {
     EXPECT_EQ(worker->getTopMethodEntry()->getNumSamplesContention(), 0);
     EXPECT_EQ(worker->getTopMethodEntry()->getContentionEvents(), 1);
     EXPECT_EQ(worker->getTopMethodEntry()->getContentionTime(), 2000000);
+}
+
+// A block may end while the sampler goes active: having seen it off, the thread adds its
+// nanoseconds after the sampler has forgotten those of all threads.
+TEST_F(Contention, nanosecondsThatComeAfterTheSamplerWentActiveAreNotSamples) {
+    block(2000);
+    wait();
+    passWall(3000);
+    waited();
+    setSamplerIdle(0);
+    for (int i = 0; i < 2; ++i) worker->countSampledContention();
+    worker->countSampledWait();
+    PRBCThreadSample active;
+    worker->createSample(active, 0, 0);
+    EXPECT_EQ(active.getNumericValueForStream(312), 2);
+    EXPECT_EQ(active.getNumericValueForStream(313), 1);
+    setSamplerIdle(1);
+    PRBCThreadSample after;
+    worker->createSample(after, 0, 0);
+    EXPECT_EQ(after.getNumericValueForStream(312), 0);
+    EXPECT_EQ(after.getNumericValueForStream(313), 0);
+}
+
+TEST_F(Contention, aWaitOnNothingCountsAsAWaitWithoutARecord) {
+    scripted->setFrames({{1, id("a")}});
+    vm.recorder().clear();
+    vm.send.monitorWait(*scripted, nullptr, 0);
+    passWall(3000);
+    vm.send.monitorWaited(*scripted, nullptr, 0);
+    EXPECT_EQ(worker->getCounters().waitCount, 1);
+    EXPECT_EQ(worker->getCounters().waitTime, 3000000);
+    EXPECT_EQ(worker->getContentionTable(), nullptr);
+    EXPECT_EQ(vm.recorder().count("RequestEvent"), 0u); // nobody is asked for the class of null
 }
 
 TEST_F(Contention, withoutTheSamplerTheTopEntryGetsTheLowWordDuringAWorkload) {

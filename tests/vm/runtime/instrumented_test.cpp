@@ -94,6 +94,18 @@ TEST_F(Instrumented, timesBecomeSimulatedCountsAndGoToTheParent) {
     EXPECT_EQ(lastCall(), told(8, 3, 0, 0)); // 21 and 6 less the inner entry's
 }
 
+TEST_F(Instrumented, aSamplerThatGoesActiveDuringThePopDoesNotTurnNanosecondsIntoSamples) {
+    push();
+    compute(*scripted, 9000);
+    PRBClock::source = [] {
+        setSamplerIdle(0); // between the choice of the unit and its use
+        const long long us = wallUs.load();
+        return timeval{static_cast<time_t>(us / 1000000), static_cast<suseconds_t>(us % 1000000)};
+    };
+    pop();
+    EXPECT_EQ(lastCall(), told(9, 9, 0, 0));
+}
+
 TEST_F(Instrumented, anEntryWithoutSamplesTellsNobody) {
     push();
     compute(*scripted, 900);

@@ -1,6 +1,9 @@
 // Exact timing by method entry and exit.
 #include "data/PRBCThreadSample.h"
+#include "runtime/PRBReclaimer.h"
 #include "tests/vm/runtime/RuntimeTest.h"
+
+#include <climits>
 
 namespace {
 
@@ -207,6 +210,49 @@ TEST_F(MethodStack, theExitSequenceCountsExitsWithCpuTimeOnly) {
     work(1);
     leave("a");
     EXPECT_EQ(worker->getExitSequence(), 1);
+}
+
+TEST_F(MethodStack, theExitSequenceLeavesOutZero) {
+    EXPECT_EQ(PRBJavaThread::nextExitSequence(0), 1);
+    EXPECT_EQ(PRBJavaThread::nextExitSequence(-2), -1);
+    EXPECT_EQ(PRBJavaThread::nextExitSequence(-1), 1);
+    EXPECT_EQ(PRBJavaThread::nextExitSequence(LLONG_MAX), LLONG_MIN);
+}
+
+TEST_F(MethodStack, aRecordSurvivesRemovalWhileTheStackIsInUseAndIsNotFoundAfterwards) {
+    enter("a");
+    enter("b");
+    work(10);
+    leave("b"); // its record is known from here on
+    auto* record = recordOf(*worker, id("b"));
+    worker->removeMethod(id("b"));
+    worker->purgeMethodFrequencyObjects();
+    EXPECT_EQ(recordOf(*worker, id("b")), nullptr);
+    enter("b");
+    work(5);
+    leave("b"); // may still charge the removed one
+    EXPECT_EQ(recordOf(*worker, id("b")), nullptr);
+    EXPECT_EQ(record->getOwnCPU(), 15000);
+    leave("a"); // the stack is empty: whatever was remembered is forgotten
+    for (int i = 0; i < 3; ++i) PRBReclaimer::reclaim();
+    EXPECT_EQ(PRBReclaimer::pending(), 0u);
+    enter("b");
+    work(7);
+    leave("b");
+    EXPECT_EQ(own("b"), 7000);
+}
+
+TEST_F(MethodStack, aWallClockThatJumpsBackDropsTheMeasurementAndNoMore) {
+    enter("a");
+    enter("b");
+    scripted->advanceCpuTime(10000);
+    passWall(-3600LL * 1000000);
+    leave("b");
+    EXPECT_EQ(own("b"), -1);
+    EXPECT_EQ(entry(0)->ChildCPUTime, 0);
+    passWall(2 * 3600LL * 1000000);
+    leave("a");
+    EXPECT_EQ(own("a"), 10000);
 }
 
 TEST_F(MethodStack, aRecursiveMethodGetsACalleesTimeOncePerExit) {

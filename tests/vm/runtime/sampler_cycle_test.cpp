@@ -4,9 +4,7 @@
 
 #include "core/PRBMemoryManager.h"
 
-#include <condition_variable>
 #include <cstdio>
-#include <mutex>
 
 SCRIPTED_VM_ALLOCATION_HOOK
 
@@ -192,53 +190,53 @@ TEST_F(SamplerCycle, buffersGrowByHalfAgainAndNoCycleAllocatesAfterThat) {
     EXPECT_EQ(sampler->getTraceCapacity(), capacity + 1 + (capacity + 1) / 2);
 }
 
-TEST_F(SamplerCycle, theThreadTableIsHeldThroughoutAndNoRegistryInTheWindow) {
+TEST_F(SamplerCycle, theThreadTableAloneIsHeldInTheWindow) {
     startRunning("one");
     cycle();
+    ASSERT_EQ(sampling().size(), 5u);
     for (const scripted::Call& call : vm.recorder().calls(scripted::kJvmpi))
         EXPECT_EQ(call.held, Texts{"_ThreadTable"}) << call.text;
 }
 
-// A stopped thread may own any lock. This one lets its locks go only when it is resumed.
-TEST_F(SamplerCycle, aStoppedThreadMayOwnEveryLock) {
-    static std::mutex mutex;
-    static std::condition_variable changed;
-    static int phase = 0; // 1: all locks held, 2: resumed
-    auto [scripted, model] = startRunning("owner");
-    model.newContentionEvent(cls->id(), cls->methodId("run"), kContendedEnter,
-                             *std::make_unique<timeval>());
-    scripted.startReal();
-    scripted.post([m = &model] {
-        PRBTableLock frequency(*m->getMethodFrequencyTable());
-        PRBTableLock classes(*PRBContext::getClassTable());
-        PRBTableLock methods(*PRBContext::getMethodTable());
-        PRBTableLock arenas(*PRBContext::getArenaTable());
-        PRBTableLock objects(*PRBContext::getObjectTable());
-        flockfile(stdout);
-        flockfile(stderr);
-        std::unique_lock lock(mutex);
-        phase = 1;
-        changed.notify_all();
-        changed.wait(lock, [] { return phase == 2; });
-        funlockfile(stderr);
-        funlockfile(stdout);
-    });
-    {
-        std::unique_lock lock(mutex);
-        changed.wait(lock, [] { return phase == 1; });
-    }
-    static void (*resume)(JNIEnv*) = nullptr;
-    resume = vm.jvmpi()->ResumeThread;
-    vm.jvmpi()->ResumeThread = [](JNIEnv* env) {
-        resume(env);
-        std::lock_guard lock(mutex);
-        phase = 2;
-        changed.notify_all();
-    };
+TEST_F(SamplerCycle, twoThousandThreadsAreSampledWithoutAllocation) {
+    vm.recorder().setRecording(false);
+    constexpr int kThreads = 2000;
+    std::vector<PRBJavaThread*> models;
+    for (int i = 0; i < kThreads; ++i) models.push_back(&startRunning("t").model);
     cycle();
-    scripted.waitIdle();
-    EXPECT_EQ(scripted.timesResumed(), 1u);
-    EXPECT_EQ(model.getCounters().cpuTime, 1);
+    vm.systemThread(0).run([&] {
+        scripted::AllocationCount allocations;
+        sampler->runCycle();
+        EXPECT_EQ(allocations.now(), 0u);
+    });
+    EXPECT_EQ(sampler->getAndResetCPUBusyCount(), 2 * kThreads);
+    for (PRBJavaThread* model : models) ASSERT_EQ(model->getCounters().cpuTime, 2);
+}
+
+struct FrameCountRow {
+    jint answered;
+    std::size_t records;
+};
+TEST_F(SamplerCycle, aTraceOfAbsurdLengthIsCutToItsBuffer) {
+    static jint answered = 0;
+    static jmethodID methods[2];
+    methods[0] = cls->methodId("run");
+    methods[1] = cls->methodId("main");
+    vm.jvmpi()->GetCallTrace = [](JVMPI_CallTrace* trace, jint depth) {
+        for (jint i = 0; i < depth; ++i) trace->frames[i] = {i, methods[i % 2]};
+        trace->num_frames = answered;
+    };
+    const FrameCountRow rows[] = {{-1, 0}, {0, 0}, {1, 1}, {-2147483647, 0}, {51, 2}, {100000, 2}};
+    for (const FrameCountRow& row : rows) {
+        answered = row.answered;
+        auto [scripted, model] = startRunning("t" + std::to_string(row.answered));
+        cycle();
+        EXPECT_EQ(model.getMethodFrequencyTable()->entries(), row.records) << row.answered;
+        if (row.records == 2) { // each in 25 of the 50 frames
+            EXPECT_EQ(recordOf(model, methods[1])->getCalleeCPU(), 25) << row.answered;
+        }
+        vm.send.threadEnd(scripted);
+    }
 }
 
 TEST_F(SamplerCycle, aVmWithoutTheNeededCallsIsNotSampled) {

@@ -173,6 +173,28 @@ TEST_F(SamplerLife, sleepsTheIntervalLessTheLastCycleButAtLeastOneMillisecond) {
     EXPECT_EQ(sleeps, (std::vector<int>{20, 20, 15, 1, 1, 1}));
 }
 
+TEST_F(SamplerLife, aClockThatJumpsDoesNotChangeTheSleep) {
+    sleepHere();
+    startRunning("one");
+    int cycle = 0;
+    const long long jumps[] = {-3600000, 3600000, -20, 0}; // ms
+    static void (*resume)(JNIEnv*) = nullptr;
+    static std::function<void()> jump;
+    resume = vm.jvmpi()->ResumeThread;
+    jump = [&] { passWall(1000LL * jumps[cycle++]); };
+    hookClock([&] {
+        if (cycle == 4 && !sampler->isStopRequested()) sampler->shutdown();
+    });
+    vm.monitors().setWaitHook([](const std::string&, jlong) { return true; });
+    vm.jvmpi()->ResumeThread = [](JNIEnv* env) {
+        resume(env);
+        jump();
+    };
+    sampler->activateSampler(20);
+    vm.runSystemThread(0);
+    EXPECT_EQ(sleeps, (std::vector<int>{20, 20, 1, 20}));
+}
+
 TEST_F(SamplerLife, aPendingSuspensionIsKeptServedOnceAndTold) {
     sleepHere();
     EXPECT_EQ(sampler->tempSuspend(3), 1);

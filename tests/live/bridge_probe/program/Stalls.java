@@ -47,7 +47,7 @@ public final class Stalls {
 
     private static void oneCollection() {
         for (int i = 0; i < 5; i++) {
-            for (int k = 0; k < 200; k++) {
+            for (int k = 0; k < 2000; k++) {
                 sink = new byte[10000];
             }
             long starts = Profiler.number("starts", null);

@@ -1,0 +1,65 @@
+#include "bridge/CollectionEvents.h"
+
+#include <optional>
+
+#include "bridge/Context.h"
+#include "bridge/HeapFigures.h"
+#include "bridge/Interface.h"
+#include "bridge/RawMonitor.h"
+#include "bridge/RestrictedEnv.h"
+
+namespace bridge {
+namespace {
+
+// The collection under way. The collecting thread's own.
+struct Collection {
+    bool finishIsDue = false;
+    std::optional<CollectionScope> scope;
+};
+Collection& collection() {
+    static Collection& the = *new Collection;
+    return the;
+}
+
+void deliver(jint type, const HeapSpace& space) {
+    JVMPI_Event event{};
+    event.event_type = type;
+    event.env_id = RestrictedEnv::env();
+    // Counting objects would be a walk of the heap.
+    event.u.gc_info.used_objects = -1;
+    event.u.gc_info.used_object_space = space.used;
+    event.u.gc_info.total_object_space = space.total;
+    events().deliver(event);
+}
+
+} // namespace
+
+void CollectionEvents::started() noexcept try {
+    if (!isLive()) return;
+    const bool start = events().isEnabled(JVMPI_EVENT_GC_START);
+    Collection& the = collection();
+    the.finishIsDue = events().isEnabled(JVMPI_EVENT_GC_FINISH);
+    if (!start && !the.finishIsDue) return;
+    the.scope.emplace();
+    const HeapSpace space = heapFigures().read();
+    RestrictedEnv::setAnswer(space.free());
+    if (start) deliver(JVMPI_EVENT_GC_START, space);
+} catch (...) {
+    collection().finishIsDue = false; // memory is short: this one goes untold
+    collection().scope.reset();
+}
+
+void CollectionEvents::finished() noexcept try {
+    Collection& the = collection();
+    if (the.finishIsDue) {
+        the.finishIsDue = false;
+        const HeapSpace space = heapFigures().read();
+        RestrictedEnv::setAnswer(space.free());
+        deliver(JVMPI_EVENT_GC_FINISH, space);
+    }
+    the.scope.reset();
+} catch (...) {
+    collection().scope.reset();
+}
+
+} // namespace bridge

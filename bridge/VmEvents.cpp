@@ -1,0 +1,105 @@
+#include "bridge/VmEvents.h"
+
+#include <mutex>
+
+#include "bridge/Interface.h"
+
+namespace bridge {
+namespace {
+
+// The VM's event is on while any of the profiler's is.
+struct Row {
+    VmEventGroup group;
+    jvmtiEvent vm;
+    jint wanted[2]; // 0: none
+};
+// Of a collection the finish is switched on first and off last (see follow), so that no start
+// comes without its finish.
+constexpr Row kRows[] = {
+    {VmEventGroup::kCollections,
+     JVMTI_EVENT_GARBAGE_COLLECTION_FINISH,
+     {JVMPI_EVENT_GC_START, JVMPI_EVENT_GC_FINISH}},
+    {VmEventGroup::kCollections,
+     JVMTI_EVENT_GARBAGE_COLLECTION_START,
+     {JVMPI_EVENT_GC_START, JVMPI_EVENT_GC_FINISH}},
+    {VmEventGroup::kMonitors,
+     JVMTI_EVENT_MONITOR_CONTENDED_ENTERED,
+     {JVMPI_EVENT_MONITOR_CONTENDED_ENTERED, 0}},
+    {VmEventGroup::kMonitors,
+     JVMTI_EVENT_MONITOR_CONTENDED_ENTER,
+     {JVMPI_EVENT_MONITOR_CONTENDED_ENTER, 0}},
+    {VmEventGroup::kMonitors, JVMTI_EVENT_MONITOR_WAITED, {JVMPI_EVENT_MONITOR_WAITED, 0}},
+    {VmEventGroup::kMonitors, JVMTI_EVENT_MONITOR_WAIT, {JVMPI_EVENT_MONITOR_WAIT, 0}},
+};
+constexpr size_t kCount = sizeof kRows / sizeof kRows[0];
+
+constexpr void (*kCapability[kVmEventGroups])(jvmtiCapabilities&) = {
+    [](jvmtiCapabilities& wanted) { wanted.can_generate_garbage_collection_events = 1; },
+    [](jvmtiCapabilities& wanted) { wanted.can_generate_monitor_events = 1; },
+};
+constexpr bool (*kHas[kVmEventGroups])(const jvmtiCapabilities&) = {
+    [](const jvmtiCapabilities& all) { return all.can_generate_garbage_collection_events != 0; },
+    [](const jvmtiCapabilities& all) { return all.can_generate_monitor_events != 0; },
+};
+
+jvmtiEnv* jvmti = nullptr;
+bool possible[kVmEventGroups] = {};
+
+// Guards the switches. Held over calls of the VM, by Java threads alone and never by the
+// collecting one.
+std::mutex& mutex() {
+    static std::mutex& the = *new std::mutex;
+    return the;
+}
+bool taken[kVmEventGroups] = {}; // the capability
+bool on[kCount] = {};
+
+bool wanted(const Row& row) {
+    for (const jint type : row.wanted)
+        if (type != 0 && events().isEnabled(type)) return true;
+    return false;
+}
+
+jvmtiError change(size_t index, bool enable) {
+    const Row& row = kRows[index];
+    const auto group = static_cast<size_t>(row.group);
+    if (enable && !taken[group]) {
+        jvmtiCapabilities needed{};
+        kCapability[group](needed);
+        const jvmtiError error = jvmti->AddCapabilities(&needed);
+        if (error != JVMTI_ERROR_NONE) return error;
+        taken[group] = true;
+    }
+    const jvmtiError error =
+        jvmti->SetEventNotificationMode(enable ? JVMTI_ENABLE : JVMTI_DISABLE, row.vm, nullptr);
+    if (error == JVMTI_ERROR_NONE) on[index] = enable;
+    return error;
+}
+
+} // namespace
+
+void VmEvents::begin(jvmtiEnv* env) {
+    jvmti = env;
+    jvmtiCapabilities potential{};
+    if (env->GetPotentialCapabilities(&potential) != JVMTI_ERROR_NONE) return;
+    for (size_t i = 0; i < kVmEventGroups; i++) possible[i] = kHas[i](potential);
+}
+
+bool VmEvents::available(VmEventGroup group) { return possible[static_cast<size_t>(group)]; }
+
+jint VmEvents::follow(VmEventGroup group) {
+    if (!available(group)) return JVMPI_NOT_AVAILABLE;
+    std::lock_guard<std::mutex> guard(mutex());
+    jvmtiError worst = JVMTI_ERROR_NONE;
+    // On in the rows' order, off in the reverse one.
+    for (size_t i = kCount; i-- > 0;)
+        if (kRows[i].group == group && on[i] && !wanted(kRows[i])) change(i, false);
+    for (size_t i = 0; i < kCount; i++) {
+        if (kRows[i].group != group || on[i] || !wanted(kRows[i])) continue;
+        const jvmtiError error = change(i, true);
+        if (error != JVMTI_ERROR_NONE && error != JVMTI_ERROR_WRONG_PHASE) worst = error;
+    }
+    return worst == JVMTI_ERROR_NONE ? JVMPI_SUCCESS : JVMPI_NOT_AVAILABLE;
+}
+
+} // namespace bridge

@@ -1,0 +1,37 @@
+// Switches the VM's own events on and off for those of the profiler interface that are had only
+// on request: the VM's work for them, and the capabilities that it needs, are taken when the
+// profiler enables them and not before.
+#ifndef PRB_BRIDGE_VMEVENTS_H
+#define PRB_BRIDGE_VMEVENTS_H
+
+#include <jvmti.h>
+
+#include "jvmpi/jvmpi.h"
+
+namespace bridge {
+
+// Which capability a group of events needs.
+enum class VmEventGroup { kCollections, kMonitors };
+constexpr int kVmEventGroups = 2;
+
+class VmEvents {
+public:
+    // Asks what this VM can give. REQUIRES: called once, before the profiler is loaded.
+    static void begin(jvmtiEnv* jvmti);
+    // Whether this VM can give a group's events.
+    static bool available(VmEventGroup group);
+
+    // Brings the VM's switches in line with what the profiler has enabled. Answers
+    // JVMPI_SUCCESS, or JVMPI_NOT_AVAILABLE if the VM refuses. While the VM is between its start
+    // and VMInit it takes no switches; beginLive() then calls this again.
+    static jint follow(VmEventGroup group);
+
+    // Rows of the event table.
+    template <VmEventGroup kGroup> static bool isAvailable() { return available(kGroup); }
+    template <VmEventGroup kGroup> static jint enable() { return follow(kGroup); }
+    template <VmEventGroup kGroup> static void disable() { follow(kGroup); }
+};
+
+} // namespace bridge
+
+#endif

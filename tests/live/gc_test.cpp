@@ -1,0 +1,60 @@
+// Collections under load: polls, class loads and allocations go on while the registries are held
+// by one collection after the other, and nothing stands still.
+#include "tests/live/Live.h"
+
+#include <sstream>
+
+namespace live {
+namespace {
+
+class Collections : public PerJdk {
+protected:
+    // Of the capture's garbage collection samples: the last value of a key.
+    static long long lastOf(const std::string& capture, const std::string& key) {
+        const prb::Captured decoded = run({prb(), "decode", capture});
+        EXPECT_EQ(decoded.exitCode, 0) << decoded.err;
+        long long last = -1;
+        std::istringstream lines(decoded.out);
+        for (std::string line; std::getline(lines, line);) {
+            const nlohmann::json record = nlohmann::json::parse(line);
+            if (record["type"] != 14) continue;
+            for (const auto& field : record["fields"])
+                if (field["name"] == key) last = field["value"].get<long long>();
+        }
+        return last;
+    }
+
+    // What the programs print does not depend on how long they run.
+    void surviveTwentySecondsOf(const std::string& program) {
+        std::vector<std::string> java = {"-Xmx256m",
+                                         "-cp",
+                                         product("tests/programs.jar"),
+                                         "com.tessel.prb.live.programs." + program,
+                                         "--seconds",
+                                         "1"};
+        std::vector<std::string> bare = {jdk().home + "/bin/java"};
+        bare.insert(bare.end(), java.begin(), java.end());
+        const prb::Captured without = run(bare);
+        ASSERT_EQ(without.exitCode, 0) << without.err;
+        java.back() = "20";
+        const Profiled with =
+            profile(jdk(), {"--data", "threads,methods,gc,errors,self", "--poll", "0.1"}, java);
+        EXPECT_EQ(with.result.exitCode, 0) << with.result.err;
+        EXPECT_EQ(with.result.out, without.out);
+        ASSERT_TRUE(with.report.is_object());
+        EXPECT_EQ(with.report["run"]["complete"], true);
+        EXPECT_EQ(with.report["run"]["errors"], nlohmann::json::array());
+        // Every poll came back.
+        EXPECT_GT(with.report["run"]["records"].get<int>(), 100);
+        EXPECT_GT(lastOf(with.capture, "totalCollections"), 0);
+    }
+};
+
+TEST_P(Collections, UnderAllocation) { surviveTwentySecondsOf("AllocationStorm"); }
+
+TEST_P(Collections, UnderClassLoads) { surviveTwentySecondsOf("ClassChurn"); }
+
+PRB_FOR_EVERY_JDK(Collections);
+
+} // namespace
+} // namespace live
