@@ -8,8 +8,9 @@ class Natives : public PerJdk {
 protected:
     std::vector<std::string> command(const std::vector<std::string>& options,
                                      const std::string& how) {
-        std::vector<std::string> argv = {"/usr/bin/env", "PRB_PROBE=1", jdk().home + "/bin/java",
-                                         "-Xcheck:jni"};
+        // The last entry of an environment is not answered, so another one stands behind.
+        std::vector<std::string> argv = {"/usr/bin/env", "PRB_PROBE=1", "PRB_LAST=1",
+                                         jdk().home + "/bin/java", "-Xcheck:jni"};
         argv.insert(argv.end(), options.begin(), options.end());
         argv.insert(argv.end(),
                     {"-cp", product("prbprof.jar") + ":" + product("tests/programs.jar"),

@@ -2,6 +2,8 @@
 // by one collection after the other, and nothing stands still.
 #include "tests/live/Live.h"
 
+#include <cstdlib>
+
 #include <sstream>
 
 namespace live {
@@ -25,7 +27,7 @@ protected:
     }
 
     // What the programs print does not depend on how long they run.
-    void surviveTwentySecondsOf(const std::string& program) {
+    void survive(const std::string& program) {
         std::vector<std::string> java = {"-Xmx256m",
                                          "-cp",
                                          product("tests/programs.jar"),
@@ -36,9 +38,12 @@ protected:
         bare.insert(bare.end(), java.begin(), java.end());
         const prb::Captured without = run(bare);
         ASSERT_EQ(without.exitCode, 0) << without.err;
-        java.back() = "20";
+        // Longer in the soak runs of ./run-tests --soak.
+        const char* soak = std::getenv("PRB_SOAK_SECONDS"); // NOLINT(concurrency-mt-unsafe)
+        java.back() = soak == nullptr ? "10" : soak;
         const Profiled with =
-            profile(jdk(), {"--data", "threads,methods,gc,errors,self", "--poll", "0.1"}, java);
+            profile(jdk(), {"--data", "threads,methods,gc,errors,self", "--poll", "0.1"}, java,
+                    std::atoi(java.back().c_str()) + 100);
         EXPECT_EQ(with.result.exitCode, 0) << with.result.err;
         EXPECT_EQ(with.result.out, without.out);
         ASSERT_TRUE(with.report.is_object());
@@ -50,9 +55,9 @@ protected:
     }
 };
 
-TEST_P(Collections, UnderAllocation) { surviveTwentySecondsOf("AllocationStorm"); }
+TEST_P(Collections, UnderAllocation) { survive("AllocationStorm"); }
 
-TEST_P(Collections, UnderClassLoads) { surviveTwentySecondsOf("ClassChurn"); }
+TEST_P(Collections, UnderClassLoads) { survive("ClassChurn"); }
 
 PRB_FOR_EVERY_JDK(Collections);
 
