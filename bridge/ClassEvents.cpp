@@ -43,6 +43,9 @@ ClassTable& classes() {
 void ClassEvents::addExisting(JNIEnv* jni) {
     jvmtiEnv* jvmti = context().jvmti;
     jint count = 0;
+    // The VM answers a local reference for each class; checked JNI wants the room announced.
+    constexpr jint kMostLocals = 4096; // more than this the VM does not promise
+    jni->EnsureLocalCapacity(kMostLocals);
     JvmtiMemory<jclass> loaded(jvmti);
     if (jvmti->GetLoadedClasses(&count, loaded.out()) != JVMTI_ERROR_NONE) return;
     for (jint i = 0; i < count; i++) {

@@ -111,6 +111,7 @@ struct RuntimeCalls {
 HeapSpace askRuntime(void* context) {
     const auto& calls = *static_cast<RuntimeCalls*>(context);
     const jlong total = calls.jni->CallLongMethod(calls.runtime, calls.total);
+    if (calls.jni->ExceptionCheck()) return {};
     const jlong free = calls.jni->CallLongMethod(calls.runtime, calls.free);
     if (calls.jni->ExceptionCheck()) return {};
     return {total - free, total};
@@ -123,7 +124,7 @@ bool verifyWithRuntime(JNIEnv* jni, HeapFigures& figures) {
     const jmethodID get = jni->GetStaticMethodID(type.get(), "getRuntime", "()Ljava/lang/Runtime;");
     if (!get) return false;
     LocalRef<jobject> runtime(jni, jni->CallStaticObjectMethod(type.get(), get));
-    if (!runtime) return false;
+    if (jni->ExceptionCheck() || !runtime) return false;
     RuntimeCalls calls{jni, runtime.get(), jni->GetMethodID(type.get(), "totalMemory", "()J"),
                        jni->GetMethodID(type.get(), "freeMemory", "()J")};
     return calls.total && calls.free && figures.verify(askRuntime, &calls);
