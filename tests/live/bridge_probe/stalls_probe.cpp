@@ -1,52 +1,16 @@
 // Stands in for the profiling agent, for the events in which the program stands still:
-// collections and monitors. Writes what is not as it should be to the file that the environment
-// variable PRB_PROBE_LOG names; the last line is "done".
+// collections and monitors.
 #include <algorithm>
 #include <atomic>
-#include <cstdarg>
-#include <cstdio>
-#include <cstdlib>
+#include <ctime>
 #include <map>
 #include <mutex>
 #include <string>
 
-#include <ctime>
+#include "tests/live/bridge_probe/Probe.h"
 
-#include "jvmpi/jvmpi.h"
-
+namespace probe {
 namespace {
-
-JavaVM* vm = nullptr;
-JVMPI_Interface* jvmpi = nullptr;
-FILE* logFile = nullptr;
-std::mutex logMutex;
-std::atomic<int> failures{0};
-
-__attribute__((format(printf, 2, 3))) void check(bool right, const char* format, ...) {
-    if (right) return;
-    std::lock_guard<std::mutex> guard(logMutex);
-    if (++failures > 100) return;
-    va_list arguments;
-    va_start(arguments, format);
-    fputs("FAIL ", logFile);
-    vfprintf(logFile, format, arguments);
-    fputc('\n', logFile);
-    fflush(logFile);
-    va_end(arguments);
-}
-
-void note(const char* text) {
-    std::lock_guard<std::mutex> guard(logMutex);
-    fprintf(logFile, "%s\n", text);
-    fflush(logFile);
-}
-
-JNIEnv* self() {
-    void* env = nullptr;
-    return vm->GetEnv(&env, JNI_VERSION_1_2) == JNI_OK ? static_cast<JNIEnv*>(env) : nullptr;
-}
-
-void* asArgument(jlong id) { return reinterpret_cast<void*>(static_cast<uintptr_t>(id)); }
 
 // ---- Collections ----------------------------------------------------------------------------
 
@@ -229,18 +193,6 @@ void notify(JVMPI_Event* event) {
 
 // ---- Called from Java -------------------------------------------------------------------------
 
-std::string textOf(JNIEnv* jni, jobject text) {
-    const char* chars = jni->GetStringUTFChars(static_cast<jstring>(text), nullptr);
-    std::string result = chars;
-    jni->ReleaseStringUTFChars(static_cast<jstring>(text), chars);
-    return result;
-}
-
-jlong longOf(JNIEnv* jni, jobject number) {
-    jclass type = jni->FindClass("java/lang/Number");
-    return jni->CallLongMethod(number, jni->GetMethodID(type, "longValue", "()J"));
-}
-
 constexpr jint kMonitorEvents[] = {
     JVMPI_EVENT_MONITOR_CONTENDED_ENTER, JVMPI_EVENT_MONITOR_CONTENDED_ENTERED,
     JVMPI_EVENT_MONITOR_CONTENDED_EXIT, JVMPI_EVENT_MONITOR_WAIT, JVMPI_EVENT_MONITOR_WAITED};
@@ -279,7 +231,7 @@ void driverStop(JNIEnv*, jobject) {
     check(starts == finishes, "%lld starts and %lld finishes", static_cast<long long>(starts),
           static_cast<long long>(finishes));
     note("driver stopped");
-    note(failures == 0 ? "done" : "done with failures");
+    noteEnd();
 }
 
 jsize borrowedIndex = -1; // of the counter, told by the fact that names them
@@ -311,10 +263,6 @@ void counters(JNIEnv* jni, jobject array) {
     check(borrowed > 0, "no monitor was ever borrowed");
 }
 
-struct NamedCheck {
-    const char* name;
-    void (*run)(JNIEnv* jni, jobject argument);
-};
 const NamedCheck kChecks[] = {
     {"driverStart", [](JNIEnv*, jobject) {}},
     {"facts", facts},
@@ -353,15 +301,7 @@ const NamedNumber kNumbers[] = {
 
 } // namespace
 
-extern "C" {
-
-JNIEXPORT jint JNICALL JVM_OnLoad(JavaVM* loadedBy, char*, void*) {
-    vm = loadedBy;
-    const char* path = getenv("PRB_PROBE_LOG");
-    logFile = fopen(path ? path : "/dev/null", "w");
-    void* table = nullptr;
-    if (!logFile || vm->GetEnv(&table, JVMPI_VERSION_1) != JNI_OK) return JNI_ERR;
-    jvmpi = static_cast<JVMPI_Interface*>(table);
+void loaded(const char*) {
     jvmpi->NotifyEvent = notify;
     char first[] = "outer";
     char second[] = "inner";
@@ -369,39 +309,21 @@ JNIEXPORT jint JNICALL JVM_OnLoad(JavaVM* loadedBy, char*, void*) {
     inner = jvmpi->RawMonitorCreate(second);
     for (const jint type : {JVMPI_EVENT_CLASS_LOAD, JVMPI_EVENT_GC_START, JVMPI_EVENT_GC_FINISH})
         check(jvmpi->EnableEvent(type, nullptr) == JVMPI_SUCCESS, "event %d is refused", type);
-    return JNI_OK;
 }
 
-JNIEXPORT jint JNICALL JNI_OnLoad(JavaVM*, void*) { return JNI_VERSION_1_2; }
-
-JNIEXPORT void JNICALL Java_com_tessel_prb_workanalysis_Profiler_check(JNIEnv* jni, jclass,
-                                                                       jstring name,
-                                                                       jobject argument) {
-    const std::string wanted = textOf(jni, name);
-    for (const NamedCheck& row : kChecks)
-        if (wanted == row.name) return row.run(jni, argument);
-    check(false, "no check %s", wanted.c_str());
+void runCheck(JNIEnv* jni, const std::string& name, jobject argument) {
+    runNamed(kChecks, jni, name, argument);
 }
 
-JNIEXPORT jlong JNICALL Java_com_tessel_prb_workanalysis_Profiler_number(JNIEnv* jni, jclass,
-                                                                         jstring name,
-                                                                         jobject argument) {
-    const std::string wanted = textOf(jni, name);
-    if (wanted == "look up") {
+jlong answer(JNIEnv* jni, const std::string& name, jobject argument) {
+    if (name == "look up") {
         lookUp(jni, jni->GetObjectClass(argument), longOf(jni, argument));
         return 0;
     }
     for (const NamedNumber& row : kNumbers)
-        if (wanted == row.name) return row.read();
-    check(false, "no number %s", wanted.c_str());
+        if (name == row.name) return row.read();
+    check(false, "no number %s", name.c_str());
     return -1;
 }
 
-JNIEXPORT jobject JNICALL Java_com_tessel_prb_workanalysis_Profiler_object(JNIEnv*, jclass,
-                                                                           jlong id) {
-    return jvmpi->jobjectID2jobject(static_cast<jobjectID>(asArgument(id)));
-}
-
-JNIEXPORT void JNICALL Java_com_tessel_prb_workanalysis_Profiler_idWhileThrowing(JNIEnv*, jclass,
-                                                                                 jobject) {}
-}
+} // namespace probe
