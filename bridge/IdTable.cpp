@@ -10,7 +10,7 @@ uint32_t IdTable::add(uint32_t& next, uint32_t end, jweak reference) {
 }
 
 uint32_t IdTable::addClass(jweak reference) { return add(nextClass_, kFirstObject, reference); }
-uint32_t IdTable::addObject(jweak reference) { return add(nextObject_, kEnd, reference); }
+uint32_t IdTable::addObject(jweak reference) { return add(nextObject_, kEndObject, reference); }
 
 void IdTable::remove(uint32_t id) {
     std::lock_guard<std::mutex> guard(mutex_);

@@ -1,8 +1,8 @@
 // Ids and the weak references behind them: the numbers by which the profiler knows objects.
 //
-// Ids are 32-bit on both word sizes: classes from kFirstClass, everything else from
-// kFirstObject, up to 0x7FFFFFFE. They are never used again. The table knows nothing of the VM;
-// ObjectIds joins it with tags and references.
+// Ids are 32-bit on both word sizes: classes from kFirstClass, everything else that keeps its id
+// for life from kFirstObject. They are never used again. What is above, up to 0x7FFFFFFE, belongs
+// to TransientIds. The table knows nothing of the VM; ObjectIds joins it with tags and references.
 //
 // Any thread may call; the lock is the table's own and held for a few instructions.
 #ifndef PRB_BRIDGE_IDTABLE_H
@@ -22,10 +22,11 @@ class IdTable {
 public:
     static constexpr uint32_t kFirstClass = 1;
     static constexpr uint32_t kFirstObject = 0x40000000;
-    static constexpr uint32_t kEnd = 0x7FFFFFFF;
+    static constexpr uint32_t kEndObject = 0x50000000;
+    static constexpr uint32_t kEnd = 0x7FFFFFFF; // of all ids, transient ones included
 
     static bool isClass(uint32_t id) { return id >= kFirstClass && id < kFirstObject; }
-    static bool isObject(uint32_t id) { return id >= kFirstObject && id < kEnd; }
+    static bool isObject(uint32_t id) { return id >= kFirstObject && id < kEndObject; }
 
     IdTable() : IdTable(kFirstClass, kFirstObject) {}
     // Starts counting elsewhere (tests of the ends of the ranges).

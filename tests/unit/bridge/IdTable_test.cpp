@@ -22,8 +22,8 @@ TEST(IdTable, classesAndObjectsCountInRangesOfTheirOwn) {
     EXPECT_FALSE(IdTable::isClass(0));
     EXPECT_FALSE(IdTable::isClass(0x40000000));
     EXPECT_TRUE(IdTable::isObject(0x40000000));
-    EXPECT_TRUE(IdTable::isObject(0x7ffffffe));
-    EXPECT_FALSE(IdTable::isObject(0x7fffffff));
+    EXPECT_TRUE(IdTable::isObject(0x4fffffff));
+    EXPECT_FALSE(IdTable::isObject(0x50000000));
     EXPECT_FALSE(IdTable::isObject(1));
     EXPECT_EQ(reference(32), IdTable::Use(table, 2).reference());
     EXPECT_EQ(reference(48), IdTable::Use(table, 0x40000000).reference());
@@ -32,10 +32,10 @@ TEST(IdTable, classesAndObjectsCountInRangesOfTheirOwn) {
 }
 
 TEST(IdTable, theLastIdsOfTheRangesAreGivenAndNoMore) {
-    IdTable table(0x3fffffff, 0x7ffffffe);
+    IdTable table(0x3fffffff, 0x4fffffff);
     EXPECT_EQ(0x3fffffffu, table.addClass(reference(1)));
     EXPECT_EQ(0u, table.addClass(reference(2)));
-    EXPECT_EQ(0x7ffffffeu, table.addObject(reference(3)));
+    EXPECT_EQ(0x4fffffffu, table.addObject(reference(3)));
     EXPECT_EQ(0u, table.addObject(reference(4)));
     EXPECT_EQ(2u, table.size());
 }
