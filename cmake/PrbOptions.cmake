@@ -76,6 +76,8 @@ function(prb_add_part name)
         return()
     endif()
     add_library(${name} STATIC ${sources})
+    # What no one uses is left out of the shared libraries.
+    target_compile_options(${name} PRIVATE -ffunction-sections -fdata-sections)
     target_link_libraries(${name} PUBLIC prb_options ${ARGN})
 endfunction()
 
@@ -86,7 +88,7 @@ function(prb_add_shared name map)
     foreach(part IN LISTS ARGN)
         list(APPEND objects $<TARGET_OBJECTS:${part}>)
     endforeach()
-    add_library(${name} SHARED ${objects})
+    add_library(${name} SHARED ${objects} ${CMAKE_SOURCE_DIR}/cmake/Terminate.cpp)
     set_target_properties(${name} PROPERTIES LINKER_LANGUAGE CXX)
     target_link_libraries(${name} PRIVATE prb_options ${CMAKE_DL_LIBS})
     target_link_options(${name} PRIVATE
@@ -97,6 +99,7 @@ function(prb_add_shared name map)
         target_link_options(${name} PRIVATE -Wl,-z,undefs)
     else()
         target_link_options(${name} PRIVATE -static-libstdc++ -static-libgcc -Wl,--gc-sections
+            -Wl,-O1 -Wl,-z,noseparate-code
             -Wl,--exclude-libs,libstdc++.a:libgcc.a:libgcc_eh.a)
     endif()
 endfunction()

@@ -25,6 +25,13 @@ unsigned char* putNumber(unsigned char* out, std::uint32_t key, long long value)
 
 } // namespace
 
+std::array<int, kNumKeys> prbPlacement(const PRBSampleClass& description) {
+    std::array<int, kNumKeys> placement;
+    PRBSample::createKeyPlacementArray(placement.data(), description.numericKeys,
+                                       static_cast<int>(description.numNumericKeys));
+    return placement;
+}
+
 PRBCatalogueSample::PRBCatalogueSample(const PRBSampleClass& description, const int* placement)
     : PRBSample(description.numNumericKeys, description.numericKeys, OwnSlots{}),
       class_(&description),

@@ -49,12 +49,9 @@ struct PRBSampleClass {
     unsigned numCumulativeKeys;
 };
 
-constexpr std::array<int, kNumKeys> prbPlacement(const PRBSampleClass& description) {
-    std::array<int, kNumKeys> placement{};
-    PRBSample::createKeyPlacementArray(placement.data(), description.numericKeys,
-                                       static_cast<int>(description.numNumericKeys));
-    return placement;
-}
+// Made at the first use of a class and not at compile time: 4880 bytes for each class would be
+// a tenth of the library.
+std::array<int, kNumKeys> prbPlacement(const PRBSampleClass& description);
 
 // What all described classes share. Values and texts lie in the derived object. Streaming takes
 // them from there directly: a class whose values come from elsewhere derives from PRBSample.
@@ -126,7 +123,7 @@ class PRBSampleOf : public Base {
     static_assert(Description.numNumericKeys <= PRBCatalogueSample::kMaxNumericKeys);
 
 public:
-    PRBSampleOf() : Base(Description, pKeyPlacementArray.data()) {
+    PRBSampleOf() : Base(Description, keyPlacement()) {
         this->attach(slots_.data(), texts_.data());
     }
     PRBSampleOf(const PRBSampleOf& other)
@@ -143,7 +140,10 @@ public:
     PRBSample* clone() const override { return cloneSample(); }
     PRBCollectable* newSpecies() const override { return new Derived; }
 
-    static constexpr std::array<int, kNumKeys> pKeyPlacementArray = prbPlacement(Description);
+    static const int* keyPlacement() {
+        static const std::array<int, kNumKeys> pKeyPlacementArray = prbPlacement(Description);
+        return pKeyPlacementArray.data();
+    }
 
 private:
     std::array<PRBSample::_NumericValue, Description.numNumericKeys> slots_{};

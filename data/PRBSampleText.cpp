@@ -6,10 +6,13 @@
 
 #include <algorithm>
 #include <charconv>
+#include <cstdlib>
 #include <cstring>
-#include <limits>
+#include <string>
 #include <string_view>
 #include <system_error>
+
+#include <locale.h>
 
 namespace {
 
@@ -67,25 +70,11 @@ Decimal readDecimal(std::string_view text) {
     return answer;
 }
 
-// Of a number too large for a double: infinite when it is large, 0 when it is small.
-double outOfRange(std::string_view digits) {
-    const bool negative = digits[0] == '-';
-    const std::size_t e = digits.find_first_of("eE");
-    bool small;
-    if (e != std::string_view::npos) {
-        small = e + 1 < digits.size() && digits[e + 1] == '-';
-    } else {
-        const std::size_t nonZero = digits.find_first_of("123456789");
-        small = nonZero > digits.find('.');
-    }
-    const double size = small ? 0 : std::numeric_limits<double>::infinity();
-    return negative ? -size : size;
-}
-
+// Infinite or 0 when the number does not fit a double. The host may have set a locale with
+// another decimal point.
 double toDouble(std::string_view digits) {
-    double value = 0;
-    const auto result = std::from_chars(digits.data(), digits.data() + digits.size(), value);
-    return result.ec == std::errc::result_out_of_range ? outOfRange(digits) : value;
+    static const locale_t plain = newlocale(LC_ALL_MASK, "C", nullptr); // lives with the process
+    return strtod_l(std::string(digits).c_str(), nullptr, plain);
 }
 
 std::string_view view(const char* text) { return text == nullptr ? "" : text; }
