@@ -29,7 +29,7 @@ std::string number(double value) {
 } // namespace
 
 std::string writeCsvReport(const RunModel& run, const ReportOptions& options) {
-    const double cycle = run.meanCycleMs();
+    const double cycle = run.sampleMs();
     const auto ms = [cycle](long long n) { return number(static_cast<double>(n) * cycle); };
     std::string out = "kind,name,group_or_class,parameters,samples,share,ms,total_samples,"
                       "total_share,total_ms,blocked_samples,waiting_samples,own_of_profiler\n";

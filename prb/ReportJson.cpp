@@ -46,6 +46,7 @@ ordered_json runObject(const RunModel& run, const std::string& captureName) {
         {"polls", run.polls()},
         {"cycles", run.cycles()},
         {"mean_cycle_ms", rounded(run.meanCycleMs())},
+        {"sample_ms", rounded(run.sampleMs())},
         {"busy_samples", run.busySamples()},
         {"process_cpu_ms", run.processCpuMs()},
         {"complete", run.complete()},
@@ -67,7 +68,7 @@ ordered_json runObject(const RunModel& run, const std::string& captureName) {
 
 std::string writeJsonReport(const RunModel& run, const std::string& captureName,
                             const ReportOptions& options) {
-    const double cycle = run.meanCycleMs();
+    const double cycle = run.sampleMs();
     const auto ms = [cycle](long long samples) {
         return rounded(static_cast<double>(samples) * cycle);
     };

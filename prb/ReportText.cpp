@@ -90,7 +90,7 @@ private:
         return padded(result, 10);
     }
     std::string ms(long long samples) const {
-        return milliseconds(static_cast<double>(samples) * run_.meanCycleMs());
+        return milliseconds(static_cast<double>(samples) * run_.sampleMs());
     }
     void line(const std::string& s) { out_ += s + "\n"; }
 

@@ -114,6 +114,10 @@ double RunModel::meanCycleMs() const {
     return cycles_ > 0 ? elapsedMs_ / static_cast<double>(cycles_) : 0;
 }
 
+double RunModel::sampleMs() const {
+    return pricedSamples_ > 0 ? pricedMs_ / static_cast<double>(pricedSamples_) : meanCycleMs();
+}
+
 void RunModel::read(std::string_view record, std::size_t offset) {
     records_++;
     PRBRecordReader reader(record.data(), record.size());
@@ -199,6 +203,7 @@ void RunModel::readThread(std::string_view record) {
         thread.group = sample->getStringData(kGroupName);
         thread.own = thread.name.rfind(kOwnThreadPrefix, 0) == 0;
     }
+    if (!thread.own) batchBusy_ += valueOf(*sample, kCpuSamples, 0);
     const long long cycles = valueOf(*sample, kCycleCount, 0);
     batchCycles_ = std::max(batchCycles_, cycles);
     lastSampleMs_ = std::max(lastSampleMs_, valueOf(*sample, kTimeMs, -1));
@@ -249,7 +254,18 @@ void RunModel::readMethod(std::string_view record) {
 
 void RunModel::endBatch() {
     polls_++;
-    if (batchCycles_ > 0) cycles_ += batchCycles_;
+    if (batchCycles_ > 0) {
+        cycles_ += batchCycles_;
+        const long long since = batchStartMs_ >= 0 ? batchStartMs_ : facts_.startMs;
+        if (since > 0 && lastSampleMs_ > since) {
+            pricedSamples_ += batchBusy_;
+            pricedMs_ += static_cast<double>(batchBusy_) *
+                         static_cast<double>(lastSampleMs_ - since) /
+                         static_cast<double>(batchCycles_);
+        }
+        batchStartMs_ = lastSampleMs_;
+    }
+    batchBusy_ = 0;
     batchCycles_ = -1;
 }
 

@@ -60,6 +60,9 @@ public:
     long long ignoredSamples() const { return unmonitored_; } // busy outside the method masks
     double elapsedMs() const { return elapsedMs_; }           // from the start to the last poll
     double meanCycleMs() const;                               // 0 without a cycle
+    // Processor time that a sample stands for: the mean cycle, weighted by the samples of each
+    // poll, because cycles grow and shrink with the load of the machine.
+    double sampleMs() const;
     long long samplerCpuUs() const { return samplerCpuUs_; }
     long long processCpuMs() const { return processCpuMs_; } // -1 when not told
     long long agentBytes() const { return agentBytes_; }
@@ -88,7 +91,10 @@ private:
     long long samplerCpuUs_ = 0, agentBytes_ = -1, agentBytesHigh_ = -1;
     long long firstProcessCpuMs_ = -1, processCpuMs_ = -1;
     long long batchCycles_ = -1, lastSampleMs_ = -1;
+    long long batchBusy_ = 0, batchStartMs_ = -1; // samples; the end of the poll before
     double elapsedMs_ = 0;
+    double pricedMs_ = 0; // samples of each poll times its mean cycle
+    long long pricedSamples_ = 0;
     bool complete_ = false;
     std::vector<std::string> warnings_;
     std::vector<std::pair<long long, std::string>> errors_;

@@ -57,15 +57,16 @@ public:
         }
         return add(Record(998).number(20, 1).number(21, 0));
     }
+    // `cycles` of the sampler ended `atMs`.
     static Record thread(int id, const std::string& name, long long busy, long long blocked,
-                         long long waiting) {
+                         long long waiting, long long cycles = 100, long long atMs = 1001000) {
         return Record(10)
             .number(2, id)
             .number(4, 77)
             .number(316, 1234)
             .number(310, 100)
-            .number(315, 100)
-            .number(314, 1001000)
+            .number(315, cycles)
+            .number(314, atMs)
             .number(311, busy)
             .number(312, blocked)
             .number(313, waiting)

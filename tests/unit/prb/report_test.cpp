@@ -75,6 +75,22 @@ TEST_F(ReportTest, SamplesTimesTheMeanCycleAreMilliseconds) {
     EXPECT_NEAR(price["own_share"].get<double>(), 100.0 * 50 / 90, 0.001);
 }
 
+// Under load cycles grow: 60 samples of 10 ms and then 20 of 40 ms are 1400 ms, not 80 of the
+// overall mean.
+TEST_F(ReportTest, SamplesAreWorthTheCyclesOfTheirPoll) {
+    CaptureBytes capture;
+    CaptureBytes::Record facts(1);
+    facts.number(20, 1).number(21, 0).number(4, 77).text(5, "shop").number(2022, 1000000);
+    const CaptureBytes::Record end = CaptureBytes::Record(998).number(20, 1).number(21, 0);
+    capture.add(facts).add(CaptureBytes::thread(1, "main", 60, 0, 0, 100, 1001000)).add(end);
+    capture.add(CaptureBytes::thread(1, "main", 20, 0, 0, 25, 1002000)).add(end);
+    write(capture.bytes);
+    const json r = reportJson();
+    EXPECT_EQ(r["run"]["mean_cycle_ms"], 16);
+    EXPECT_EQ(r["run"]["sample_ms"], 17.5);
+    EXPECT_EQ(r["threads"][0]["ms"], 1400);
+}
+
 TEST_F(ReportTest, CalleesCountOnTheWayUp) {
     write(CaptureBytes().smallRun().bytes);
     const json r = reportJson();
