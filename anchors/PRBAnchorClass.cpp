@@ -1,10 +1,15 @@
 #include "anchors/PRBAnchorClass.h"
 
 #include "anchors/PRBAnchorHash.h"
+#include "core/PRBTrace.h"
 
 #include <algorithm>
 
 namespace {
+
+PRBTraceScope traced(const char* operation) {
+    return PRBTraceScope(PRBTraceClass::kFrequent, PRBComponent::kResourceAnchor, operation);
+}
 
 std::uint32_t folded(std::uint64_t number) {
     return static_cast<std::uint32_t>(number ^ number >> 32);
@@ -25,6 +30,7 @@ PRBDescribedAnchor::PRBDescribedAnchor(const PRBDescribedAnchor& other)
 }
 
 PRBDescribedAnchor& PRBDescribedAnchor::operator=(const PRBDescribedAnchor& other) {
+    auto trace = traced("PRBDescribedAnchor::operator=");
     if (this == &other) return *this;
     // Assigned through a common base, anchors of different classes share the base's fields,
     // which come first in both.
@@ -39,7 +45,8 @@ PRBDescribedAnchor& PRBDescribedAnchor::operator=(const PRBDescribedAnchor& othe
 // The key of a class with one of its own is that of its own fields, together with its base's
 // unless that is the resource name's.
 std::uint32_t PRBDescribedAnchor::getHashKey() const {
-    if (!has(PRBAnchorClass::H)) return PRBResourceAnchor::getHashKey();
+    auto trace = traced("PRBDescribedAnchor::getHashKey");
+    if (!has(PRBAnchorClass::H)) return trace.returns(PRBResourceAnchor::getHashKey());
     std::uint32_t key = 0;
     for (const PRBAnchorClass* row = class_; row != nullptr; row = row->base) {
         if ((row->overrides & PRBAnchorClass::H) == 0) continue;
@@ -47,7 +54,7 @@ std::uint32_t PRBDescribedAnchor::getHashKey() const {
             key ^= row->fields[i].isText() ? createHashKey(texts_[row->slot(i)].c_str())
                                            : folded(numbers_[row->slot(i)]);
     }
-    return key;
+    return trace.returns(key);
 }
 
 std::uint64_t PRBDescribedAnchor::identityHash() const {
@@ -60,18 +67,21 @@ std::uint64_t PRBDescribedAnchor::identityHash() const {
 }
 
 bool PRBDescribedAnchor::isEqual(const PRBCollectable* other) const {
-    if (!has(PRBAnchorClass::E)) return PRBResourceAnchor::isEqual(other);
-    if (other == nullptr || other->isA() != isA()) return false;
+    auto trace = traced("PRBDescribedAnchor::isEqual");
+    if (!has(PRBAnchorClass::E)) return trace.returns(PRBResourceAnchor::isEqual(other));
+    if (other == nullptr || other->isA() != isA()) return trace.returns(false);
     const auto& anchor = static_cast<const PRBDescribedAnchor&>(*other);
-    return std::equal(numbers_.begin(), numbers_.begin() + class_->numNumbers,
-                      anchor.numbers_.begin()) &&
-           std::equal(texts_.get(), texts_.get() + class_->numTexts, anchor.texts_.get()) &&
-           PRBResourceAnchor::isEqual(other);
+    return trace.returns(
+        std::equal(numbers_.begin(), numbers_.begin() + class_->numNumbers,
+                   anchor.numbers_.begin()) &&
+        std::equal(texts_.get(), texts_.get() + class_->numTexts, anchor.texts_.get()) &&
+        PRBResourceAnchor::isEqual(other));
 }
 
 bool PRBDescribedAnchor::doesItMatch(const PRBResourceAnchor& pattern) const {
-    if (!has(PRBAnchorClass::M)) return PRBResourceAnchor::doesItMatch(pattern);
-    if (pattern.isA() != isA()) return false;
+    auto trace = traced("PRBDescribedAnchor::doesItMatch");
+    if (!has(PRBAnchorClass::M)) return trace.returns(PRBResourceAnchor::doesItMatch(pattern));
+    if (pattern.isA() != isA()) return trace.returns(false);
     const auto& other = static_cast<const PRBDescribedAnchor&>(pattern);
     for (const PRBAnchorClass* row = class_; row != nullptr; row = row->base) {
         for (unsigned i = 0; i < row->numFields; ++i) {
@@ -80,25 +90,28 @@ bool PRBDescribedAnchor::doesItMatch(const PRBResourceAnchor& pattern) const {
             if (field.isText()
                     ? !other.texts_[at].empty() && other.texts_[at] != texts_[at]
                     : other.numbers_[at] != field.wild() && other.numbers_[at] != numbers_[at])
-                return false;
+                return trace.returns(false);
         }
     }
-    return (pattern.getResourceName().empty() || pattern.getResourceName() == getResourceName()) &&
-           (pattern.getSampleType() == 0 || pattern.getSampleType() == getSampleType());
+    return trace.returns(
+        (pattern.getResourceName().empty() || pattern.getResourceName() == getResourceName()) &&
+        (pattern.getSampleType() == 0 || pattern.getSampleType() == getSampleType()));
 }
 
 bool PRBDescribedAnchor::isSpecific() const {
-    if (!has(PRBAnchorClass::S)) return PRBResourceAnchor::isSpecific();
+    auto trace = traced("PRBDescribedAnchor::isSpecific");
+    if (!has(PRBAnchorClass::S)) return trace.returns(PRBResourceAnchor::isSpecific());
     for (const PRBAnchorClass* row = class_; row != nullptr; row = row->base) {
         if ((row->overrides & PRBAnchorClass::S) == 0) continue;
         for (unsigned i = 0; i < row->numFields; ++i) {
             const PRBAnchorField& field = row->fields[i];
             const unsigned at = row->slot(i);
             if (field.kind == PRBAnchorField::OptionalText) continue;
-            if (field.isText() ? texts_[at].empty() : numbers_[at] == field.wild()) return false;
+            if (field.isText() ? texts_[at].empty() : numbers_[at] == field.wild())
+                return trace.returns(false);
         }
     }
-    return class_->unnamed || PRBResourceAnchor::isSpecific();
+    return trace.returns(class_->unnamed || PRBResourceAnchor::isSpecific());
 }
 
 const char* PRBDescribedAnchor::getAdditionalPollParameters() const {

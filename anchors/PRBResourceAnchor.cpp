@@ -8,6 +8,10 @@
 
 namespace {
 
+PRBTraceScope traced(const char* operation) {
+    return PRBTraceScope(PRBTraceClass::kFrequent, PRBComponent::kResourceAnchor, operation);
+}
+
 void note(const char* what, const PRBResourceAnchor* anchor) {
     if (PRBTrace::isDebugEnabled(PRBComponent::kResourceAnchor))
         PRBTrace::log("PRBResourceAnchor %s called for 0X" PRB_PTR, what, prbPtr(anchor));
@@ -38,6 +42,7 @@ PRBResourceAnchor::PRBResourceAnchor(const PRBResourceAnchor& other)
 }
 
 PRBResourceAnchor& PRBResourceAnchor::operator=(const PRBResourceAnchor& other) {
+    auto trace = traced("PRBResourceAnchor::operator=");
     if (this == &other) return *this;
     type_ = other.type_;
     resourceName_ = other.resourceName_;
@@ -52,19 +57,21 @@ PRBResourceAnchor& PRBResourceAnchor::operator=(const PRBResourceAnchor& other) 
 PRBResourceAnchor::~PRBResourceAnchor() { note("destructor", this); }
 
 std::uint32_t PRBResourceAnchor::createHashKey(const char* text) {
+    auto trace = traced("PRBResourceAnchor::createHashKey");
     const std::size_t n = text == nullptr ? 0 : std::strlen(text);
     std::uint32_t first = 0, last = 0;
     if (n != 0) std::memcpy(&first, text, n < sizeof first ? n : sizeof first);
     if (n > sizeof last) std::memcpy(&last, text + n - sizeof last, sizeof last);
-    return first ^ last;
+    return trace.returns(first ^ last);
 }
 
 std::uint32_t PRBResourceAnchor::hash() const {
+    auto trace = traced("PRBResourceAnchor::hash");
     if (!hashCached_) {
         cachedHash_ = getHashKey();
         hashCached_ = true;
     }
-    return cachedHash_;
+    return trace.returns(cachedHash_);
 }
 
 std::uint64_t PRBResourceAnchor::identityHash() const {
@@ -75,24 +82,34 @@ std::uint64_t PRBResourceAnchor::identityHash() const {
 }
 
 bool PRBResourceAnchor::isEqual(const PRBCollectable* other) const {
-    if (other == nullptr) return false;
+    auto trace = traced("PRBResourceAnchor::isEqual");
+    if (other == nullptr) return trace.returns(false);
     const auto* anchor = other->isA() == isA() ? static_cast<const PRBResourceAnchor*>(other)
                                                : dynamic_cast<const PRBResourceAnchor*>(other);
-    return anchor != nullptr && type_ == anchor->type_ && resourceName_ == anchor->resourceName_;
+    return trace.returns(anchor != nullptr && type_ == anchor->type_ &&
+                         resourceName_ == anchor->resourceName_);
 }
 
 bool PRBResourceAnchor::doesItMatch(const PRBResourceAnchor& pattern) const {
-    return type_ == pattern.type_ &&
-           (pattern.resourceName_.empty() || resourceName_ == pattern.resourceName_);
+    auto trace = traced("PRBResourceAnchor::doesItMatch");
+    return trace.returns(type_ == pattern.type_ &&
+                         (pattern.resourceName_.empty() || resourceName_ == pattern.resourceName_));
+}
+
+bool PRBResourceAnchor::isSpecific() const {
+    auto trace = traced("PRBResourceAnchor::isSpecific");
+    return trace.returns(!resourceName_.empty());
 }
 
 PRBSample* PRBResourceAnchor::getLastHistoricalSample() {
+    auto trace = traced("PRBResourceAnchor::getLastHistoricalSample");
     if (historical_ != nullptr && !historical_->wereRatesCalculated())
         historical_->calculateRates(nullptr);
     return historical_.get();
 }
 
 void PRBResourceAnchor::saveNewSample(PRBSample* sample, unsigned int intervalId) {
+    auto trace = traced("PRBResourceAnchor::saveNewSample");
     if (PRBTrace::isDebugEnabled(PRBComponent::kResourceAnchor))
         PRBTrace::log("PRBResourceAnchor::saveNewSample called with this 0X" PRB_PTR
                       " sample at 0X" PRB_PTR,
@@ -135,7 +152,8 @@ void PRBResourceAnchor::restartHistory() {
 }
 
 bool PRBResourceAnchor::saveNewHistoricalSample(PRBSample* sample) {
-    if (sample == nullptr) return false;
+    auto trace = traced("PRBResourceAnchor::saveNewHistoricalSample");
+    if (sample == nullptr) return trace.returns(false);
     const bool kept = !historyRestarted_;
     if (kept) {
         sample->calculateRates(historical_.get());
@@ -147,10 +165,11 @@ bool PRBResourceAnchor::saveNewHistoricalSample(PRBSample* sample) {
     } else {
         historyRestarted_ = false;
     }
-    return kept;
+    return trace.returns(kept);
 }
 
 void PRBResourceAnchor::resetHistoricalSample() {
+    auto trace = traced("PRBResourceAnchor::resetHistoricalSample");
     historical_.reset();
     if (resetPending_) restartHistory();
 }

@@ -53,7 +53,7 @@ public:
 
     // Is this anchor, which is specific, one of those that the pattern stands for?
     virtual bool doesItMatch(const PRBResourceAnchor& pattern) const;
-    virtual bool isSpecific() const { return !resourceName_.empty(); }
+    virtual bool isSpecific() const;
     virtual PRBResourceAnchor* clone() const { return new PRBResourceAnchor(*this); }
     // "name=value" pairs by which a receiver asks for more about the resource, joined with
     // commas; null for classes that have none, empty while the anchor is not specific. Valid

@@ -25,6 +25,7 @@ const int PRBMonitorGlobal::CurrentBuildLevel = 1204019;
 namespace {
 
 constexpr int kMain = PRBTraceClass::kMain;
+constexpr int kMember = PRBTraceClass::kMember;
 constexpr const char* kName = PRBComponent::kMonitorGlobal;
 constexpr unsigned kInternalTraceEntries = 500;
 constexpr int kInternalTraceLevel = 0x1E00;
@@ -200,7 +201,7 @@ PRBProfilerCPUSampler* PRBMonitorGlobal::getCPUSampler() const {
 void PRBMonitorGlobal::notify(JVMPI_Event* event) {
     // The VM calls this from C: nothing may come out of it.
     try {
-        PRBTraceScope trace(PRBTraceClass::kMember, kName, "PRBMonitorGlobal::notify");
+        PRBTraceScope trace(kMember, kName, "PRBMonitorGlobal::notify");
         if (getMonitorGlobal() != nullptr) PRBEventDispatcher::dispatch(event);
     } catch (...) {
         // Out of memory: this event's data is lost, guards have released what was held.
@@ -231,7 +232,7 @@ jlong PRBMonitorGlobal::registerThreadHandle(JNIEnv* env) {
 }
 
 PRBReturnCode PRBMonitorGlobal::createSample(PRBGarbageCollectionSample& sample, long long) {
-    PRBTraceScope trace(PRBTraceClass::kMember, kName, "PRBMonitorGlobal::createSample");
+    PRBTraceScope trace(kMember, kName, "PRBMonitorGlobal::createSample");
     PRBGarbageCollectionStats::instance().createSample(sample);
     return trace.returns(PRBReturnCode());
 }
@@ -241,16 +242,24 @@ long long PRBMonitorGlobal::getGCCPUTime() const {
 }
 
 void PRBMonitorGlobal::newProfilerErrorSample(PRBProfilerError* error) {
+    PRBTraceScope trace(kMember, kName, "PRBMonitorGlobal::newProfilerErrorSample");
     parts_->errors.add(error);
 }
 
-PRBProfilerError* PRBMonitorGlobal::getNextProfilerErrorSample() { return parts_->errors.next(); }
+PRBProfilerError* PRBMonitorGlobal::getNextProfilerErrorSample() {
+    PRBTraceScope trace(kMember, kName, "PRBMonitorGlobal::getNextProfilerErrorSample");
+    return parts_->errors.next();
+}
 
 PRBHeapDumpHandler* PRBMonitorGlobal::registerHeapDumpHandler(PRBHeapDumpHandler* handler) {
+    PRBTraceScope trace(kMember, kName, "PRBMonitorGlobal::registerHeapDumpHandler");
     return parts_->heapDumps.set(handler);
 }
 
-void PRBMonitorGlobal::deregisterHeapDumpHandler() { parts_->heapDumps.set(nullptr); }
+void PRBMonitorGlobal::deregisterHeapDumpHandler() {
+    PRBTraceScope trace(kMember, kName, "PRBMonitorGlobal::deregisterHeapDumpHandler");
+    parts_->heapDumps.set(nullptr);
+}
 
 PRBJavaRawMonitor& PRBMonitorGlobal::getHeapDumpRequestMonitor() {
     return parts_->heapDumps.requestMonitor;

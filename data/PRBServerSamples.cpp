@@ -1,5 +1,10 @@
 #include "data/PRBServerSamples.h"
 
+PRBEJBBaseSample::PRBEJBBaseSample(const PRBSampleClass& description, const int* placement)
+    : PRBCatalogueSample(description, placement) {
+    PRBTraceScope trace(PRBTraceClass::kMember, "PRBCEBSA", "PRBEJBBaseSample constructor");
+}
+
 void PRBEJBSample::buildFromDataString(const char* text) {
     Trace trace(description(), "buildFromDataString");
     PRBSample::buildFromDataString(text);

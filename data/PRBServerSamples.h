@@ -7,7 +7,7 @@
 // Common base of the samples of the EJB family.
 class PRBEJBBaseSample : public PRBCatalogueSample {
 protected:
-    using PRBCatalogueSample::PRBCatalogueSample;
+    PRBEJBBaseSample(const PRBSampleClass& description, const int* placement);
 };
 
 class PRBContainerSample

@@ -1,5 +1,11 @@
 #include "data/PRBWorkloadSamples.h"
 
+std::string PRBWorkloadBaseSample::getResourceName() const {
+    PRBTraceScope trace(PRBTraceClass::kMember, "PRBCWBSA",
+                        "PRBWorkloadBaseSample::getResourceName");
+    return resourceName_;
+}
+
 // The comparisons are made against the values as they stand: once the ordering key has been
 // taken over, the keys behind it in the class's array are no longer merged.
 void PRBHTTPSample::mergeSampleData(const PRBSample* other) {

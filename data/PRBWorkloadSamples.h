@@ -10,7 +10,7 @@
 // not sent.
 class PRBWorkloadBaseSample : public PRBCatalogueSample {
 public:
-    std::string getResourceName() const override { return resourceName_; }
+    std::string getResourceName() const override;
     void setResourceName(const char* name) { resourceName_ = name == nullptr ? "" : name; }
 
 protected:

@@ -173,7 +173,9 @@ TEST_F(Registry, removalForgetsTheCachedElementOnlyIfItIsTheOne) {
     Item::hashes = 0;
     EXPECT_EQ(table.find(&two2), two);
     EXPECT_EQ(Item::hashes, 0u);
+    const int alive = Item::alive;
     EXPECT_TRUE(table.removeAndDestroy(&two2));
+    EXPECT_EQ(Item::alive, alive - 1);
     EXPECT_EQ(table.find(&two2), nullptr);
     EXPECT_FALSE(table.removeAndDestroy(&two2));
     EXPECT_EQ(table.remove(&two2), nullptr);

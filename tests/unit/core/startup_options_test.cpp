@@ -1,3 +1,4 @@
+#include "core/InternalTraceTable.h"
 #include "core/PRBCollections.h"
 #include "core/PRBMonitorGlobal.h"
 #include "core/PRBStartupOptions.h"
@@ -157,6 +158,18 @@ TEST(EntryPoints, onLoadKeepsACopyOfTheText) {
     EXPECT_EQ(PRBMonitorGlobal::getConfigFileFromStartupParms(), "");
     EXPECT_FALSE(PRBMonitorGlobal::isProfilerActive());
     EXPECT_EQ(PRBMonitorGlobal::getMonitorGlobal(), nullptr);
+}
+
+TEST(EntryPoints, theConfigFileIsAllThatIsTakenFromTheKeptText) {
+    InternalTraceTable lines(8, nullptr);
+    PRBTrace::table.store(&lines);
+    PRBMonitorGlobal::setStartupOptions("port=80a,debug=x,bogus,workanalysisconfig=/x.xml");
+    EXPECT_EQ(PRBMonitorGlobal::getConfigFileFromStartupParms(), "/x.xml");
+    PRBMonitorGlobal::setStartupOptions(nullptr); // leaves the text as it was
+    EXPECT_EQ(PRBMonitorGlobal::getConfigFileFromStartupParms(), "/x.xml");
+    PRBTrace::table.store(nullptr);
+    EXPECT_EQ(lines.nextEntry(), lines.begin()) << "a line about the port, say";
+    EXPECT_EQ(PRBTrace::level.load(), 0);
 }
 
 TEST(EntryPoints, jniOnLoadKeepsTheVm) {

@@ -125,6 +125,9 @@ TEST(StringMask, aNewTextIsCompiledAnew) {
     EXPECT_FALSE(assigned == PRBStringMask("c*", kExactCase));
     EXPECT_TRUE(copy == "bc");
     EXPECT_FALSE(assigned == "BC"); // the case mode is copied too
+    // Masks are compared by their texts alone.
+    EXPECT_TRUE(copy == PRBStringMask("b*", kIgnoreCase));
+    EXPECT_FALSE(copy == PRBStringMask("B*", kIgnoreCase));
 }
 
 TEST(StringMask, knowsGenericTexts) {

@@ -409,6 +409,10 @@ TEST(SampleStream, StatisticsThatAreSetAreSentAsZero) {
     PRBEJBMethodSample sample;
     sample.saveStatInfoData(120, 17, 3);
     EXPECT_EQ(decoded(sample).of(120), "n:0");
+    sample.calculateRates(nullptr); // nor is what is derived from them
+    EXPECT_EQ(sample.getNumericData(120), 6);
+    EXPECT_EQ(sample.getNumericValueForStream(120), 0);
+    EXPECT_EQ(decoded(sample).of(120), "n:0");
 }
 
 using SampleStreamLog = LogTest;

@@ -135,6 +135,9 @@ TEST_F(Lookup, aTableThatItsCallerGuardsHasNoMonitor) {
         own.remove(&item);
         own.lock();
         own.release();
+        // Whatever the value, as long as it is not that of self-guarding.
+        PRBMonitorHashTable other("other", vm.jvmpi(), static_cast<_SerializationType>(2));
+        EXPECT_EQ(other.entries(), 0u);
     }
     EXPECT_EQ(vm.monitorCalls(), Texts{});
     { PRBMonitorHashTable own("own", vm.jvmpi()); }

@@ -1,3 +1,4 @@
+#include "core/InternalTraceTable.h"
 #include "core/PRBEventDispatcher.h"
 #include "core/PRBFormat.h"
 #include "core/PRBTrace.h"
@@ -76,6 +77,13 @@ TEST_F(StartUp, theInternalTraceTableTakesEverythingAfterItsAddress) {
     monitor.dumpMonitorStats();
     PRBTrace::writeToLog("into the table");
     EXPECT_EQ(logTexts(), lines);
+    // Of 500 entries.
+    const InternalTraceTable& table = *PRBTrace::table.load();
+    const auto* next = table.nextEntry();
+    for (int i = 0; i < 499; ++i) PRBTrace::writeToLog("again");
+    EXPECT_NE(table.nextEntry(), next);
+    PRBTrace::writeToLog("around");
+    EXPECT_EQ(table.nextEntry(), next);
 }
 
 TEST_F(StartUp, aFilterSilencesOtherComponents) {
@@ -192,6 +200,8 @@ TEST_F(StartUp, eventCountersAreDumpedOnceUnderTheInternalClass) {
 
 TEST_F(StartUp, memoryUseIsTwoLines) {
     build(nullptr);
+    PRBMemoryManager::release(PRBMemoryManager::allocate(100000), 100000);
+    ASSERT_LT(PRBMemoryManager::getCurrentAllocation(), PRBMemoryManager::getHighWaterMark());
     PRBMemoryManager::displayMemoryUse();
     const Texts lines = logTexts();
     ASSERT_EQ(lines.size(), 2u);

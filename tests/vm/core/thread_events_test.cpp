@@ -147,6 +147,11 @@ TEST_F(ThreadEvents, thePurgeTakesEndedThreadsOnly) {
     monitor.purgeEndedThreads();
     EXPECT_EQ(inThreadTable(), before - 1);
     EXPECT_TRUE(isIn(PRBContext::getThreadTable(), kept));
+    for (int state = 0; state < kThreadEnded; ++state) {
+        kept->setThreadState(static_cast<decltype(kept->getThreadState())>(state));
+        monitor.purgeEndedThreads();
+        EXPECT_TRUE(isIn(PRBContext::getThreadTable(), kept)) << state;
+    }
     vm.endThread(b);
     for (ScriptedThread* thread : vm.threads())
         if (thread->localStorage() != nullptr) vm.send.threadEnd(*thread);
