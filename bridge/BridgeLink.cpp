@@ -4,6 +4,7 @@
 
 #include <jvmti.h>
 
+#include "bridge/AllocationEvents.h"
 #include "bridge/ClassEvents.h"
 #include "bridge/Context.h"
 #include "bridge/Interface.h"
@@ -63,6 +64,8 @@ constexpr CounterRow kCounters[] = {
     read("methods", [] { return uint64_t{classes().methods()}; }),
     read("classBytes", [] { return uint64_t{classes().bytes()}; }),
     read("objectIds", [] { return uint64_t{objectIds().size()}; }),
+    read("objectsUntracked", [] { return AllocationEvents::untracked(); }),
+    read("weakReferences", [] { return AllocationEvents::references(); }),
 };
 
 uint64_t valueOf(const CounterRow& row) {
@@ -118,9 +121,8 @@ constexpr DataRow kData[] = {
       JVMPI_EVENT_MONITOR_CONTENDED_EXIT, JVMPI_EVENT_MONITOR_WAIT, JVMPI_EVENT_MONITOR_WAITED}},
     {"heap", {JVMPI_EVENT_HEAP_DUMP, JVMPI_EVENT_GC_START, JVMPI_EVENT_GC_FINISH}},
     {"gc", {JVMPI_EVENT_GC_START, JVMPI_EVENT_GC_FINISH}},
-    {"alloc",
-     {JVMPI_EVENT_OBJECT_ALLOC, JVMPI_EVENT_OBJECT_FREE, JVMPI_EVENT_ARENA_NEW,
-      JVMPI_EVENT_GC_FINISH}},
+    // Without OBJECT_FREE too: not every collector tells.
+    {"alloc", {JVMPI_EVENT_OBJECT_ALLOC, JVMPI_EVENT_ARENA_NEW, JVMPI_EVENT_GC_FINISH}},
     {"errors", {}},
     {"self", {}},
 };

@@ -2,11 +2,13 @@
 
 #include <optional>
 
+#include "bridge/AllocationEvents.h"
 #include "bridge/Context.h"
 #include "bridge/HeapFigures.h"
 #include "bridge/Interface.h"
 #include "bridge/RawMonitor.h"
 #include "bridge/RestrictedEnv.h"
+#include "bridge/TransientIds.h"
 
 namespace bridge {
 namespace {
@@ -39,7 +41,7 @@ void CollectionEvents::started() noexcept try {
     const bool start = events().isEnabled(JVMPI_EVENT_GC_START);
     Collection& the = collection();
     the.finishIsDue = events().isEnabled(JVMPI_EVENT_GC_FINISH);
-    if (!start && !the.finishIsDue) return;
+    if (!start && !the.finishIsDue && !AllocationEvents::tracksFrees()) return;
     the.scope.emplace();
     const HeapSpace space = heapFigures().read();
     RestrictedEnv::setAnswer(space.free());
@@ -51,11 +53,14 @@ void CollectionEvents::started() noexcept try {
 
 void CollectionEvents::finished() noexcept try {
     Collection& the = collection();
+    if (the.scope) AllocationEvents::collect();
     if (the.finishIsDue) {
         the.finishIsDue = false;
         const HeapSpace space = heapFigures().read();
         RestrictedEnv::setAnswer(space.free());
         deliver(JVMPI_EVENT_GC_FINISH, space);
+        // With it the profiler has emptied its registry of objects.
+        transientIds().forget();
     }
     the.scope.reset();
 } catch (...) {

@@ -263,6 +263,18 @@ HeapSpace HeapFigures::read() const {
     return verified_.load(std::memory_order_acquire) ? readUnchecked() : HeapSpace{};
 }
 
+int HeapFigures::spaceOf(const void* address) const {
+    if (!verified_.load(std::memory_order_acquire)) return -1;
+    const char* at = static_cast<const char*>(address);
+    for (std::size_t i = 0; i < spaces_.size(); i++) {
+        const char* space = readAt<const char*>(spaces_[i]);
+        if (space && at >= readAt<const char*>(space + bounds_.bottom) &&
+            at < readAt<const char*>(space + bounds_.end))
+            return static_cast<int>(i);
+    }
+    return -1;
+}
+
 HeapFigures& heapFigures() {
     static HeapFigures& figures = *new HeapFigures;
     return figures;

@@ -43,6 +43,12 @@ public:
     // Any thread, collections included. Enters nothing, locks nothing.
     HeapSpace read() const;
 
+    // Which space an address lies in, 0 eden, 1 survivors, 2 old, of a collector that has fixed
+    // spaces (Serial, Parallel); -1 for any other and before verify(). As read().
+    int spaceOf(const void* address) const;
+    // Bytes of a region, of a collector that has regions (G1); 0 for any other.
+    jlong regionBytes() const { return slack_; }
+
     // "Serial", "Parallel", "G1", "Shenandoah", "Z"; empty while unknown. Tells also which
     // collector cannot be read, after find() was false.
     const std::string& collector() const { return collector_; }

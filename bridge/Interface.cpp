@@ -3,6 +3,8 @@
 #include <cstdlib>
 #include <iterator>
 
+#include "bridge/AllocationEvents.h"
+#include "bridge/Arenas.h"
 #include "bridge/ClassEvents.h"
 #include "bridge/Context.h"
 #include "bridge/GetEnvHook.h"
@@ -22,6 +24,7 @@ namespace {
 
 constexpr VmEventGroup kCollections = VmEventGroup::kCollections;
 constexpr VmEventGroup kMonitors = VmEventGroup::kMonitors;
+constexpr VmEventGroup kAllocations = VmEventGroup::kAllocations;
 
 // An event that the VM is asked for when the profiler enables it.
 template <VmEventGroup kGroup> constexpr EventRow onDemand(jint type) {
@@ -46,6 +49,15 @@ const EventRow kEvents[] = {
      VmEvents::isAvailable<kMonitors>},
     onDemand<kMonitors>(JVMPI_EVENT_MONITOR_WAIT),
     onDemand<kMonitors>(JVMPI_EVENT_MONITOR_WAITED),
+    {JVMPI_EVENT_OBJECT_ALLOC, AllocationEvents::enable, AllocationEvents::disable, nullptr,
+     VmEvents::isAvailable<kAllocations>},
+    {JVMPI_EVENT_OBJECT_FREE, AllocationEvents::enableFrees, AllocationEvents::disableFrees,
+     nullptr, AllocationEvents::freesAvailable},
+    // Ids never change, wherever the collector puts an object.
+    {JVMPI_EVENT_OBJECT_MOVE, nullptr, nullptr, nullptr},
+    {JVMPI_EVENT_ARENA_NEW, Arenas::enable, nullptr, nullptr},
+    // The spaces live as long as the VM.
+    {JVMPI_EVENT_ARENA_DELETE, nullptr, nullptr, nullptr},
 };
 
 jint enableEvent(jint type, void*) try {
@@ -62,8 +74,8 @@ jint disableEvent(jint type, void*) try {
 
 jint requestEvent(jint type, void* argument) try {
     if (isDead()) return JVMPI_FAIL;
-    // Objects can be asked for in some callbacks although their allocation is not told.
-    if (type == JVMPI_EVENT_OBJECT_ALLOC && !events().supports(type))
+    // Objects can be asked for in some callbacks, whether their allocation is told or not.
+    if (type == JVMPI_EVENT_OBJECT_ALLOC)
         return MonitorEvents::inCallback() ? MonitorEvents::requestAllocation(argument)
                                            : jint{JVMPI_NOT_AVAILABLE};
     return events().request(type, argument);

@@ -118,6 +118,8 @@ const Options::Row Options::kRows[] = {
      [](Options& o, const std::string& v) { return readWord(kYesNo, v, o.driver_); }},
     {"fork", "protect or plain",
      [](Options& o, const std::string& v) { return readWord(kForkModes, v, o.protectForks_); }},
+    {"frees", "yes or no",
+     [](Options& o, const std::string& v) { return readWord(kYesNo, v, o.frees_); }},
     {"file", "the path of the capture file (%p is the process id)",
      [](Options& o, const std::string& v) { return readText(v, o.file_); }},
     {"name", "the server's name",

@@ -42,6 +42,7 @@ public:
     const std::string& name() const { return name_; }
     bool driver() const { return driver_; }
     bool protectForks() const { return protectForks_; }
+    bool frees() const { return frees_; }
     bool quiet() const { return quiet_; }
     uint32_t data() const { return data_; }             // bits of Data, 0: not given
     uint32_t intervalMs() const { return intervalMs_; } // 0: not given
@@ -63,6 +64,7 @@ private:
     std::string name_;
     bool driver_ = true;
     bool protectForks_ = true;
+    bool frees_ = true;
     bool quiet_ = false;
     uint32_t data_ = 0;
     uint32_t intervalMs_ = 0;

@@ -84,6 +84,7 @@ MonitorThread& MonitorThread::current() {
     if (!record) record = new MonitorThread;
     record->nextFree = nullptr;
     record->collecting = false;
+    record->owned = 0;
     pthread_setspecific(key, record);
     return *record;
 }
@@ -143,6 +144,7 @@ void RawMonitor::destroy(RawMonitor* monitor) noexcept {
             return;
         if (!monitor->alive_.exchange(false, std::memory_order_acq_rel)) return;
         monitor->depth_ = 0;
+        if (owner) self.owned--;
         monitor->owner_.store(nullptr, std::memory_order_release);
     }
     MutexGuard guard(poolMutex);
@@ -163,6 +165,7 @@ void RawMonitor::enter() {
         self.javaThread.store(ask(), std::memory_order_release);
     MonitorThread* nobody = nullptr;
     if (!owner_.compare_exchange_strong(nobody, &self, std::memory_order_seq_cst)) enterSlow(self);
+    self.owned++;
     if (!lender_) depth_ = 1;
 }
 
@@ -217,7 +220,8 @@ bool RawMonitor::isStuck(const MonitorThread& thread, int depth) {
            wanted->owner_.load(std::memory_order_acquire) == owner;
 }
 
-void RawMonitor::release() {
+void RawMonitor::release(MonitorThread& self) {
+    self.owned--;
     if (lender_) {
         // Nobody is woken: the real owner still has the monitor.
         MutexGuard guard(mutex_);
@@ -235,12 +239,14 @@ void RawMonitor::release() {
 }
 
 void RawMonitor::exit() {
-    if (!ownedBySelf()) return;
-    if (--depth_ == 0) release();
+    MonitorThread& self = MonitorThread::current();
+    if (owner_.load(std::memory_order_relaxed) != &self) return;
+    if (--depth_ == 0) release(self);
 }
 
 void RawMonitor::wait(jlong milliseconds) {
-    if (!ownedBySelf() || lender_) return;
+    MonitorThread& self = MonitorThread::current();
+    if (owner_.load(std::memory_order_relaxed) != &self || lender_) return;
     const bool limited = milliseconds > 0 && milliseconds < kLongestWaitMs;
     const uint32_t depth = depth_;
     {
@@ -250,6 +256,7 @@ void RawMonitor::wait(jlong milliseconds) {
         timespec deadline{};
         if (limited) deadline = deadlineInMs(milliseconds);
         depth_ = 0;
+        self.owned--;
         owner_.store(nullptr, std::memory_order_seq_cst);
         if (entering_.load(std::memory_order_seq_cst) != 0) pthread_cond_signal(&freed_);
         int result = 0;
@@ -272,6 +279,8 @@ void RawMonitor::notifyAll() {
 bool RawMonitor::ownedBySelf() const {
     return owner_.load(std::memory_order_relaxed) == &MonitorThread::current();
 }
+
+bool RawMonitor::anyOwnedBySelf() noexcept { return MonitorThread::current().owned != 0; }
 
 uint64_t RawMonitor::borrowed() noexcept { return borrows.load(std::memory_order_relaxed); }
 

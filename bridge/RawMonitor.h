@@ -40,6 +40,8 @@ struct MonitorThread {
     std::atomic<RawMonitor*> waitsFor{nullptr};
     // A CollectionScope is open. The thread's own.
     bool collecting = false;
+    // Monitors that the thread owns or has borrowed. The thread's own.
+    uint32_t owned = 0;
     MonitorThread* nextFree = nullptr;
 
     // The calling thread's record.
@@ -90,6 +92,9 @@ public:
     const char* name() const { return name_; }
     // Whether the calling thread owns the monitor.
     bool ownedBySelf() const;
+    // Whether the calling thread owns any monitor. An event that comes in the middle of the
+    // profiler's work must then not be delivered: its monitors have an order.
+    static bool anyOwnedBySelf() noexcept;
     // How many monitors were borrowed so far, in the process.
     static uint64_t borrowed() noexcept;
 
@@ -98,7 +103,7 @@ private:
     void enterSlow(MonitorThread& self);
     bool borrow(MonitorThread& self);
     static bool isStuck(const MonitorThread& thread, int depth);
-    void release();
+    void release(MonitorThread& self);
 
     std::atomic<MonitorThread*> owner_{nullptr};
     std::atomic<uint32_t> entering_{0}; // threads in enterSlow

@@ -1,6 +1,7 @@
 #include "bridge/VmCallbacks.h"
 
 #include "bridge/AgentLibrary.h"
+#include "bridge/AllocationEvents.h"
 #include "bridge/BridgeLink.h"
 #include "bridge/ClassEvents.h"
 #include "bridge/CollectionEvents.h"
@@ -118,6 +119,11 @@ void JNICALL monitorWaited(jvmtiEnv*, JNIEnv* jni, jthread thread, jobject objec
     MonitorEvents::waited(jni, thread, object);
 }
 
+void JNICALL sampledObjectAlloc(jvmtiEnv*, JNIEnv* jni, jthread, jobject object, jclass type,
+                                jlong size) {
+    AllocationEvents::allocated(jni, object, type, size);
+}
+
 struct EventSwitch {
     jvmtiEvent event;
     const char* name;
@@ -159,6 +165,7 @@ std::string installCallbacks(jvmtiEnv* jvmti) {
     callbacks.MonitorContendedEntered = contendedEntered;
     callbacks.MonitorWait = monitorWait;
     callbacks.MonitorWaited = monitorWaited;
+    callbacks.SampledObjectAlloc = sampledObjectAlloc;
     if (jvmti->SetEventCallbacks(&callbacks, sizeof callbacks) != JVMTI_ERROR_NONE)
         return "this JVM takes no event callbacks: use HotSpot 17 or newer";
     for (const EventSwitch& row : kEvents)
@@ -166,6 +173,7 @@ std::string installCallbacks(jvmtiEnv* jvmti) {
             return std::string("this JVM does not give the event ") + row.name +
                    ": use HotSpot 17 or newer";
     VmEvents::begin(jvmti);
+    if (context().options.data() & Options::kAlloc) VmEvents::take(VmEventGroup::kAllocations);
     return {};
 }
 
@@ -177,7 +185,7 @@ void beginLive(JNIEnv* jni) {
                                                   : the.vmStructs.problem();
     else if (!objectIds().start(jni))
         problem = "this JVM gives no weak references";
-    else if (!MonitorEvents::start(jni))
+    else if (!MonitorEvents::start(jni) || !AllocationEvents::start(jni))
         problem = "this JVM hides the fields of its threads";
     else
         the.sampler->start(problem);
@@ -191,7 +199,8 @@ void beginLive(JNIEnv* jni) {
         noteLimit("the heap is shared with forked children");
     startHeapFigures(jni);
     // What was enabled while the VM took no switches.
-    for (const VmEventGroup group : {VmEventGroup::kCollections, VmEventGroup::kMonitors})
+    for (const VmEventGroup group :
+         {VmEventGroup::kCollections, VmEventGroup::kMonitors, VmEventGroup::kAllocations})
         VmEvents::follow(group);
     // Threads and classes that come from now on arrive by callback, all others are found below.
     the.phase.store(Phase::kLive, std::memory_order_release);
@@ -200,6 +209,7 @@ void beginLive(JNIEnv* jni) {
     SystemThreads::startQueued(jni);
     deliverPlain(JVMPI_EVENT_JVM_INIT_DONE, jni);
     if (events().isEnabled(JVMPI_EVENT_THREAD_START)) ThreadEvents::announceAll();
+    AllocationEvents::takeEffect(jni);
     if (!the.options.driver()) return;
     if (void* library = AgentLibrary::handle())
         JavaDriver::start(jni, library);

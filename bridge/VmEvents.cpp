@@ -11,35 +11,38 @@ namespace {
 struct Row {
     VmEventGroup group;
     jvmtiEvent vm;
-    jint wanted[2]; // 0: none
+    jint wanted[4]; // 0: no more
 };
 // Of a collection the finish is switched on first and off last (see follow), so that no start
 // comes without its finish.
 constexpr Row kRows[] = {
     {VmEventGroup::kCollections,
      JVMTI_EVENT_GARBAGE_COLLECTION_FINISH,
-     {JVMPI_EVENT_GC_START, JVMPI_EVENT_GC_FINISH}},
+     {JVMPI_EVENT_GC_START, JVMPI_EVENT_GC_FINISH, JVMPI_EVENT_OBJECT_FREE}},
     {VmEventGroup::kCollections,
      JVMTI_EVENT_GARBAGE_COLLECTION_START,
-     {JVMPI_EVENT_GC_START, JVMPI_EVENT_GC_FINISH}},
+     {JVMPI_EVENT_GC_START, JVMPI_EVENT_GC_FINISH, JVMPI_EVENT_OBJECT_FREE}},
     {VmEventGroup::kMonitors,
      JVMTI_EVENT_MONITOR_CONTENDED_ENTERED,
-     {JVMPI_EVENT_MONITOR_CONTENDED_ENTERED, 0}},
+     {JVMPI_EVENT_MONITOR_CONTENDED_ENTERED}},
     {VmEventGroup::kMonitors,
      JVMTI_EVENT_MONITOR_CONTENDED_ENTER,
-     {JVMPI_EVENT_MONITOR_CONTENDED_ENTER, 0}},
-    {VmEventGroup::kMonitors, JVMTI_EVENT_MONITOR_WAITED, {JVMPI_EVENT_MONITOR_WAITED, 0}},
-    {VmEventGroup::kMonitors, JVMTI_EVENT_MONITOR_WAIT, {JVMPI_EVENT_MONITOR_WAIT, 0}},
+     {JVMPI_EVENT_MONITOR_CONTENDED_ENTER}},
+    {VmEventGroup::kMonitors, JVMTI_EVENT_MONITOR_WAITED, {JVMPI_EVENT_MONITOR_WAITED}},
+    {VmEventGroup::kMonitors, JVMTI_EVENT_MONITOR_WAIT, {JVMPI_EVENT_MONITOR_WAIT}},
+    {VmEventGroup::kAllocations, JVMTI_EVENT_SAMPLED_OBJECT_ALLOC, {JVMPI_EVENT_OBJECT_ALLOC}},
 };
 constexpr size_t kCount = sizeof kRows / sizeof kRows[0];
 
 constexpr void (*kCapability[kVmEventGroups])(jvmtiCapabilities&) = {
     [](jvmtiCapabilities& wanted) { wanted.can_generate_garbage_collection_events = 1; },
     [](jvmtiCapabilities& wanted) { wanted.can_generate_monitor_events = 1; },
+    [](jvmtiCapabilities& wanted) { wanted.can_generate_sampled_object_alloc_events = 1; },
 };
 constexpr bool (*kHas[kVmEventGroups])(const jvmtiCapabilities&) = {
     [](const jvmtiCapabilities& all) { return all.can_generate_garbage_collection_events != 0; },
     [](const jvmtiCapabilities& all) { return all.can_generate_monitor_events != 0; },
+    [](const jvmtiCapabilities& all) { return all.can_generate_sampled_object_alloc_events != 0; },
 };
 
 jvmtiEnv* jvmti = nullptr;
@@ -51,7 +54,7 @@ std::mutex& mutex() {
     static std::mutex& the = *new std::mutex;
     return the;
 }
-bool taken[kVmEventGroups] = {}; // the capability
+bool isTaken[kVmEventGroups] = {}; // the capability
 bool on[kCount] = {};
 
 bool wanted(const Row& row) {
@@ -60,15 +63,25 @@ bool wanted(const Row& row) {
     return false;
 }
 
+// Threads take the distance between two samples over when they start, so it is set with the
+// capability; while the event is off it costs nothing.
+jvmtiError takeLocked(VmEventGroup group) {
+    const auto index = static_cast<size_t>(group);
+    if (isTaken[index]) return JVMTI_ERROR_NONE;
+    jvmtiCapabilities needed{};
+    kCapability[index](needed);
+    jvmtiError error = jvmti->AddCapabilities(&needed);
+    if (error == JVMTI_ERROR_NONE && group == VmEventGroup::kAllocations)
+        error = jvmti->SetHeapSamplingInterval(0); // every object
+    isTaken[index] = error == JVMTI_ERROR_NONE;
+    return error;
+}
+
 jvmtiError change(size_t index, bool enable) {
     const Row& row = kRows[index];
-    const auto group = static_cast<size_t>(row.group);
-    if (enable && !taken[group]) {
-        jvmtiCapabilities needed{};
-        kCapability[group](needed);
-        const jvmtiError error = jvmti->AddCapabilities(&needed);
+    if (enable) {
+        const jvmtiError error = takeLocked(row.group);
         if (error != JVMTI_ERROR_NONE) return error;
-        taken[group] = true;
     }
     const jvmtiError error =
         jvmti->SetEventNotificationMode(enable ? JVMTI_ENABLE : JVMTI_DISABLE, row.vm, nullptr);
@@ -86,6 +99,17 @@ void VmEvents::begin(jvmtiEnv* env) {
 }
 
 bool VmEvents::available(VmEventGroup group) { return possible[static_cast<size_t>(group)]; }
+
+bool VmEvents::take(VmEventGroup group) {
+    if (!available(group)) return false;
+    std::lock_guard<std::mutex> guard(mutex());
+    return takeLocked(group) == JVMTI_ERROR_NONE;
+}
+
+bool VmEvents::taken(VmEventGroup group) {
+    std::lock_guard<std::mutex> guard(mutex());
+    return isTaken[static_cast<size_t>(group)];
+}
 
 jint VmEvents::follow(VmEventGroup group) {
     if (!available(group)) return JVMPI_NOT_AVAILABLE;

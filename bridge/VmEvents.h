@@ -11,8 +11,8 @@
 namespace bridge {
 
 // Which capability a group of events needs.
-enum class VmEventGroup { kCollections, kMonitors };
-constexpr int kVmEventGroups = 2;
+enum class VmEventGroup { kCollections, kMonitors, kAllocations };
+constexpr int kVmEventGroups = 3;
 
 class VmEvents {
 public:
@@ -20,6 +20,10 @@ public:
     static void begin(jvmtiEnv* jvmti);
     // Whether this VM can give a group's events.
     static bool available(VmEventGroup group);
+    // Takes a group's capability now, for what has to be so from the first thread on. False if
+    // the VM refuses.
+    static bool take(VmEventGroup group);
+    static bool taken(VmEventGroup group);
 
     // Brings the VM's switches in line with what the profiler has enabled. Answers
     // JVMPI_SUCCESS, or JVMPI_NOT_AVAILABLE if the VM refuses. While the VM is between its start

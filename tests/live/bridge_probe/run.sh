@@ -1,9 +1,9 @@
 #!/bin/bash
-# run.sh CASE JAVA_HOME BRIDGE PROBE DRIVER_JAR PROGRAM_JAR STALLS_PROBE: one case of the bridge's live test.
+# run.sh CASE JAVA_HOME BRIDGE PROBE DRIVER_JAR PROGRAM_JAR STALLS_PROBE ALLOC_PROBE: one case of the bridge's live test.
 # Each case starts a real JVM and checks the program's output, its exit code, what is said on
 # standard error, and the probe's own verdict.
 set -u
-case=$1 java=$2/bin/java bridge=$3 probe=$4 jar=$5 program=$6 stalls=$7
+case=$1 java=$2/bin/java bridge=$3 probe=$4 jar=$5 program=$6 stalls=$7 alloc=$8
 work=$(mktemp -d)
 trap 'rm -rf "$work"' EXIT
 cd "$work" || exit 1
@@ -46,6 +46,25 @@ stalled() {
     ls hs_err* >/dev/null 2>&1 && fail "$gc: the JVM crashed: $(head -20 hs_err*)"
     [ $code = 7 ] || fail "$gc: exit code $code instead of 7"
     verdict
+}
+
+# allocating GC MILLISECONDS JVM_OPTIONS...: the program that counts what it allocates.
+allocating() {
+    local gc=$1 storm=$2 frees=frees arenas
+    shift 2
+    case $gc in
+        Serial) arenas="1 Eden Space, 2 Survivor Space, 3 Tenured Gen" ;;
+        Parallel) arenas="1 PS Eden Space, 2 PS Survivor Space, 3 PS Old Gen" ;;
+        G1) arenas="1 G1 Eden Space, 2 G1 Survivor Space, 3 G1 Old Gen" ;;
+        Shenandoah) arenas="1 Shenandoah" frees=nofrees ;;
+        Z) arenas="1 ZHeap" frees=nofrees ;;
+    esac
+    timeout -k 5 120 "$java" -Xms300m -Xmx300m "-XX:+Use${gc}GC" "$@" \
+        "-agentpath:$bridge=data=alloc,lib=$alloc,jar=$jar" \
+        -cp "$program" Allocations $frees "$arenas" "$storm" >out 2>err
+    local code=$?
+    ls hs_err* >/dev/null 2>&1 && fail "$gc: the JVM crashed: $(head -20 hs_err*)"
+    [ $code = 7 ] || fail "$gc: exit code $code instead of 7"
 }
 
 verdict() {
@@ -96,10 +115,22 @@ case $case in
             stalled $gc lookups "${PRB_LOOKUPS_MS:-5000}"
         done
         ;;
+    allocations)
+        for gc in Serial Parallel G1 Shenandoah Z; do
+            "$java" "-XX:+Use${gc}GC" -version >/dev/null 2>&1 || continue
+            allocating $gc "${PRB_STORM_MS:-2000}"
+            verdict
+        done
+        allocating Serial 200 -Xint
+        verdict
+        ;;
     checked)
         # -Xcheck:jni has warnings of its own about the JDK's classes; ours must not be among them.
         run 7 -Xcheck:jni "-agentpath:$bridge=$options,agent.mode=early"
         grep -q 'tessel\|prbprof' err && fail "-Xcheck:jni found fault with the bridge"
+        [ "$(tail -1 probe.log)" = done ] || fail "the probe found faults or did not end"
+        allocating Serial 200 -Xcheck:jni
+        grep -q 'tessel\|prbprof' err && fail "-Xcheck:jni found fault with allocation events"
         [ "$(tail -1 probe.log)" = done ] || fail "the probe found faults or did not end"
         ;;
     refusals)

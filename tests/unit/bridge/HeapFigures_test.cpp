@@ -252,6 +252,29 @@ TEST(HeapFigures, WhatDisagreesWithRuntimeIsNotBelieved) {
     }
 }
 
+TEST(HeapFigures, TellsTheSpaceOfAnAddress) {
+    FakeSwitches symbols;
+    FakeSerial serial;
+    serial.describe(symbols);
+    HeapFigures figures;
+    ASSERT_TRUE(find(symbols, figures));
+    const auto at = [](std::uintptr_t address) { return reinterpret_cast<void*>(address); };
+    EXPECT_EQ(figures.spaceOf(at(0x10000)), -1); // nobody has compared them yet
+    ASSERT_TRUE(verify(figures, {{950, 6100}}));
+    EXPECT_EQ(figures.spaceOf(at(0x0ffff)), -1);
+    EXPECT_EQ(figures.spaceOf(at(0x10000)), 0);
+    EXPECT_EQ(figures.spaceOf(at(0x10000 + 999)), 0); // not used yet, but eden's
+    EXPECT_EQ(figures.spaceOf(at(0x10000 + 1000)), -1);
+    EXPECT_EQ(figures.spaceOf(at(0x20000)), 1);
+    EXPECT_EQ(figures.spaceOf(at(0x30000)), -1); // the other survivor space
+    EXPECT_EQ(figures.spaceOf(at(0x40000 + 4999)), 2);
+    // Survivor spaces change places.
+    serial.young.from = &serial.to;
+    EXPECT_EQ(figures.spaceOf(at(0x20000)), -1);
+    EXPECT_EQ(figures.spaceOf(at(0x30000)), 1);
+    EXPECT_EQ(figures.regionBytes(), 0);
+}
+
 TEST(HeapFigures, G1CountsByRegions) {
     struct Case {
         HeapSpace runtime;
@@ -269,6 +292,7 @@ TEST(HeapFigures, G1CountsByRegions) {
         HeapFigures figures;
         ASSERT_TRUE(find(symbols, figures));
         EXPECT_EQ(figures.collector(), "G1");
+        EXPECT_EQ(figures.regionBytes(), 1024);
         EXPECT_EQ(verify(figures, {row.runtime}), row.agrees)
             << row.runtime.used << "/" << row.runtime.total;
     }

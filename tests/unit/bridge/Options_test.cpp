@@ -27,15 +27,17 @@ TEST(Options, nothingGivenLeavesTheDefaults) {
 
 TEST(Options, everyKeyIsRead) {
     Options options;
-    const char text[] = "lib=/l/a.so,jar=/j.jar,driver=no,fork=plain,file=/c-%p.prb,name=My server,"
-                        "data=threads+gc+self,interval=60000,poll=0.5,classes=a/*+b/C,methods=get*,"
-                        "quiet=yes";
+    const char text[] =
+        "lib=/l/a.so,jar=/j.jar,driver=no,fork=plain,frees=no,file=/c-%p.prb,"
+        "name=My server,data=threads+gc+self,interval=60000,poll=0.5,classes=a/*+b/C,methods=get*,"
+        "quiet=yes";
     ASSERT_EQ("", options.parse(text));
     EXPECT_EQ(text, options.text());
     EXPECT_EQ("/l/a.so", options.lib());
     EXPECT_EQ("/j.jar", options.jar());
     EXPECT_FALSE(options.driver());
     EXPECT_FALSE(options.protectForks());
+    EXPECT_FALSE(options.frees());
     EXPECT_EQ("/c-%p.prb", options.file());
     EXPECT_EQ("My server", options.name());
     EXPECT_EQ(static_cast<uint32_t>(Options::kThreads | Options::kGc | Options::kSelf),
@@ -92,8 +94,8 @@ TEST_P(WrongOptionTest, isNamedWithWhatWouldBeRight) {
     EXPECT_EQ(GetParam().problem, options.parse(GetParam().text));
 }
 
-constexpr char kKeys[] = "lib, jar, driver, fork, file, name, data, interval, poll, classes, "
-                         "methods, quiet, agent.KEY";
+constexpr char kKeys[] = "lib, jar, driver, fork, frees, file, name, data, interval, poll, "
+                         "classes, methods, quiet, agent.KEY";
 constexpr char kData[] =
     "threads, methods, contention, heap, gc, alloc, errors or self, joined by '+'";
 const std::string kUnknown = std::string("option 'colour' is not known: the keys are ") + kKeys;
@@ -113,6 +115,7 @@ INSTANTIATE_TEST_SUITE_P(
         Wrong{"driver=maybe", "option driver='maybe' is not right: give yes or no"},
         Wrong{"quiet=", "option quiet='' is not right: give yes or no"},
         Wrong{"fork=none", "option fork='none' is not right: give protect or plain"},
+        Wrong{"frees=all", "option frees='all' is not right: give yes or no"},
         Wrong{"interval=0", "option interval='0' is not right: give 1 to 60000 milliseconds"},
         Wrong{"interval=60001",
               "option interval='60001' is not right: give 1 to 60000 milliseconds"},

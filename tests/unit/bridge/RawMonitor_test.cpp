@@ -121,6 +121,29 @@ TEST_F(RawMonitorTest, isEnteredAgainByItsOwnerAndLeftAsOften) {
     joinWaiting();
 }
 
+TEST_F(RawMonitorTest, aThreadKnowsWhetherItOwnsAny) {
+    RawMonitor& one = make();
+    RawMonitor& other = make();
+    EXPECT_FALSE(RawMonitor::anyOwnedBySelf());
+    one.enter();
+    one.enter();
+    other.enter();
+    std::thread([] { EXPECT_FALSE(RawMonitor::anyOwnedBySelf()); }).join();
+    one.exit();
+    other.exit();
+    EXPECT_TRUE(RawMonitor::anyOwnedBySelf());
+    one.wait(1);
+    EXPECT_TRUE(RawMonitor::anyOwnedBySelf());
+    one.exit();
+    EXPECT_FALSE(RawMonitor::anyOwnedBySelf());
+    one.exit(); // not owned any more
+    EXPECT_FALSE(RawMonitor::anyOwnedBySelf());
+    RawMonitor* destroyed = RawMonitor::create("destroyed");
+    destroyed->enter();
+    RawMonitor::destroy(destroyed);
+    EXPECT_FALSE(RawMonitor::anyOwnedBySelf());
+}
+
 TEST_F(RawMonitorTest, onlyTheOwnerLeavesOrWaits) {
     RawMonitor& monitor = make();
     monitor.exit();
@@ -278,9 +301,11 @@ TEST_F(RawMonitorTest, theCollectorBorrowsFromAnOwnerThatTheVmHolds) {
         monitor.enter();
         monitor.exit();
         EXPECT_TRUE(monitor.ownedBySelf());
+        EXPECT_TRUE(RawMonitor::anyOwnedBySelf());
         monitor.wait(0); // must not give away what is borrowed
         monitor.exit();
         EXPECT_FALSE(monitor.ownedBySelf());
+        EXPECT_FALSE(RawMonitor::anyOwnedBySelf());
     }
     EXPECT_EQ(before + 1, RawMonitor::borrowed());
     owner.java.inVm = false;
