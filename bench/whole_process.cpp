@@ -3,62 +3,22 @@
 //
 // CPU time and not elapsed time, because elapsed times swing on shared machines; pairs in turn,
 // because the machine's speed drifts; medians, because single runs are disturbed.
+#include "bench/CommandRun.h"
 #include "prb/LaunchPlan.h"
 
 #include <CLI/CLI.hpp>
 #include <algorithm>
-#include <chrono>
 #include <cmath>
 #include <cstdio>
 #include <cstring>
-#include <fcntl.h>
 #include <filesystem>
-#include <sys/resource.h>
-#include <sys/wait.h>
 #include <unistd.h>
 
 namespace {
 
-struct Run {
-    double cpu = 0;  // seconds
-    double wall = 0; // seconds
-    double peak = 0; // MiB, of the largest process
-    int code = 0;
-};
-
-double seconds(const timeval& t) {
-    return static_cast<double>(t.tv_sec) + static_cast<double>(t.tv_usec) / 1e6;
-}
-
-Run measure(const std::vector<std::string>& argv) {
-    std::vector<char*> args;
-    for (const std::string& arg : argv) args.push_back(const_cast<char*>(arg.c_str()));
-    args.push_back(nullptr);
-    const auto start = std::chrono::steady_clock::now();
-    const pid_t pid = fork();
-    if (pid == 0) {
-        const int null = open("/dev/null", O_RDWR | O_CLOEXEC);
-        for (int fd : {0, 1, 2}) dup2(null, fd);
-        execvp(args[0], args.data());
-        _exit(127);
-    }
-    int status = 0;
-    rusage usage{};
-    while (wait4(pid, &status, 0, &usage) < 0 && errno == EINTR) {
-    }
-    Run run;
-    run.wall = std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
-    run.cpu = seconds(usage.ru_utime) + seconds(usage.ru_stime);
-    run.peak = static_cast<double>(usage.ru_maxrss) / 1024;
-    run.code = WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
-    return run;
-}
-
-double median(std::vector<double> values) {
-    std::sort(values.begin(), values.end());
-    const std::size_t n = values.size();
-    return n % 2 == 1 ? values[n / 2] : (values[n / 2 - 1] + values[n / 2]) / 2;
-}
+using bench::measure;
+using bench::median;
+using bench::Run;
 
 // The range that holds the true median in 95 of 100 cases, whatever the distribution: order
 // statistics by the binomial distribution. With fewer than six values it is all of them.

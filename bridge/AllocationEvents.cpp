@@ -31,7 +31,7 @@ std::atomic<bool> tracking{false};
 std::atomic<bool> freesRefused{false};
 
 // An event is being delivered on this thread.
-constinit thread_local bool inside = false;
+__attribute__((tls_model("initial-exec"))) constinit thread_local bool inside = false;
 class Inside {
 public:
     Inside() { inside = true; }

@@ -34,8 +34,12 @@ private:
     pthread_mutex_t& mutex_;
 };
 
+// What the key holds, without a call: monitors are entered with every event.
+__attribute__((tls_model("initial-exec"))) constinit thread_local MonitorThread* known = nullptr;
+
 void recycleThread(void* record) {
     auto* thread = static_cast<MonitorThread*>(record);
+    known = nullptr;
     thread->javaThread.store(nullptr, std::memory_order_relaxed);
     MutexGuard guard(poolMutex);
     thread->nextFree = freeThreads;
@@ -73,8 +77,8 @@ timespec deadlineInMs(jlong ms) {
 } // namespace
 
 MonitorThread& MonitorThread::current() {
+    if (known) return *known;
     const pthread_key_t key = threadKey();
-    if (void* known = pthread_getspecific(key)) return *static_cast<MonitorThread*>(known);
     MonitorThread* record = nullptr;
     {
         MutexGuard guard(poolMutex);
@@ -86,12 +90,12 @@ MonitorThread& MonitorThread::current() {
     record->collecting = false;
     record->owned = 0;
     pthread_setspecific(key, record);
+    known = record;
     return *record;
 }
 
 void MonitorThread::forgetJavaThread() noexcept {
-    if (void* known = pthread_getspecific(threadKey()))
-        static_cast<MonitorThread*>(known)->javaThread.store(nullptr, std::memory_order_release);
+    if (known) known->javaThread.store(nullptr, std::memory_order_release);
 }
 
 void setMonitorVm(const MonitorVm& vm) noexcept {
@@ -159,10 +163,11 @@ void RawMonitor::enter() {
         depth_++;
         return;
     }
-    // A thread may have been attached or detached since its last monitor. Asked again each time:
-    // a stale JavaThread would be freed memory.
-    if (const auto ask = currentJavaThread.load(std::memory_order_acquire))
-        self.javaThread.store(ask(), std::memory_order_release);
+    // A thread may have been attached or detached since it last owned nothing. Asked again each
+    // time: a stale JavaThread would be freed memory.
+    if (self.owned == 0 || !self.javaThread.load(std::memory_order_relaxed))
+        if (const auto ask = currentJavaThread.load(std::memory_order_acquire))
+            self.javaThread.store(ask(), std::memory_order_release);
     MonitorThread* nobody = nullptr;
     if (!owner_.compare_exchange_strong(nobody, &self, std::memory_order_seq_cst)) enterSlow(self);
     self.owned++;
