@@ -25,6 +25,13 @@ std::vector<MethodUse> chosenMethods(const RunModel& run, const ReportOptions& o
     return methods;
 }
 
+std::vector<ClassUse> chosenClasses(const RunModel& run, const ReportOptions& options) {
+    std::vector<ClassUse> classes = run.classes();
+    const bool all = options.top == 0 || (options.format != Format::kText && !options.topGiven);
+    if (!all && classes.size() > options.top) classes.resize(options.top);
+    return classes;
+}
+
 std::string writeReport(const RunModel& run, const std::string& captureName,
                         const ReportOptions& options) {
     switch (options.format) {

@@ -33,6 +33,9 @@ std::string writeCsvReport(const RunModel&, const ReportOptions&);
 // The methods in the order asked for, cut to the rows asked for.
 std::vector<MethodUse> chosenMethods(const RunModel& run, const ReportOptions& options);
 
+// The classes cut to the rows asked for.
+std::vector<ClassUse> chosenClasses(const RunModel& run, const ReportOptions& options);
+
 // 100 * part / whole; 0 for an empty whole.
 double percent(long long part, long long whole);
 

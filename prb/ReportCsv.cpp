@@ -32,19 +32,26 @@ std::string writeCsvReport(const RunModel& run, const ReportOptions& options) {
     const double cycle = run.sampleMs();
     const auto ms = [cycle](long long n) { return number(static_cast<double>(n) * cycle); };
     std::string out = "kind,name,group_or_class,parameters,samples,share,ms,total_samples,"
-                      "total_share,total_ms,blocked_samples,waiting_samples,own_of_profiler\n";
+                      "total_share,total_ms,blocked_samples,waiting_samples,own_of_profiler,"
+                      "allocated_objects,allocated_bytes,freed_objects,live_objects,live_bytes\n";
     for (const ThreadUse& t : run.threads()) {
         out += "thread," + cell(t.name) + "," + cell(t.group) + ",," + std::to_string(t.busy) +
                "," + number(t.own ? 0 : percent(t.busy, run.busySamples())) + "," + ms(t.busy) +
                ",,,," + std::to_string(t.blocked) + "," + std::to_string(t.waiting) + "," +
-               (t.own ? "1" : "0") + "\n";
+               (t.own ? "1" : "0") + "," + std::to_string(t.allocatedObjects) + "," +
+               std::to_string(t.allocatedBytes) + ",,,\n";
     }
     for (const MethodUse& m : chosenMethods(run, options)) {
         out += "method," + cell(m.name) + "," + cell(readableClass(m.className)) + "," +
                cell(readableSignature(m.signature)) + "," + std::to_string(m.own) + "," +
                number(percent(m.own, run.busySamples())) + "," + ms(m.own) + "," +
                std::to_string(m.total) + "," + number(percent(m.total, run.busySamples())) + "," +
-               ms(m.total) + ",,,\n";
+               ms(m.total) + ",,,,,,,,\n";
+    }
+    for (const ClassUse& c : chosenClasses(run, options)) {
+        out += "class," + cell(readableClass(c.name)) + ",,,,,,,,,,,," +
+               std::to_string(c.allocated) + ",," + std::to_string(c.freed) + "," +
+               std::to_string(c.liveObjects) + "," + std::to_string(c.liveBytes) + "\n";
     }
     return out;
 }

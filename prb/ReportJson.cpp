@@ -85,7 +85,9 @@ std::string writeJsonReport(const RunModel& run, const std::string& captureName,
                            {"blocked_samples", t.blocked},
                            {"blocked_share", rounded(percent(t.blocked, t.cycles))},
                            {"waiting_samples", t.waiting},
-                           {"waiting_share", rounded(percent(t.waiting, t.cycles))}});
+                           {"waiting_share", rounded(percent(t.waiting, t.cycles))},
+                           {"allocated_objects", t.allocatedObjects},
+                           {"allocated_bytes", t.allocatedBytes}});
     }
     ordered_json methods = ordered_json::array();
     for (const MethodUse& m : chosenMethods(run, options)) {
@@ -100,8 +102,18 @@ std::string writeJsonReport(const RunModel& run, const std::string& captureName,
                            {"total_share", rounded(percent(m.total, run.busySamples()))},
                            {"total_ms", ms(m.total)}});
     }
-    const ordered_json report = {
-        {"run", runObject(run, captureName)}, {"threads", threads}, {"methods", methods}};
+    ordered_json classes = ordered_json::array();
+    for (const ClassUse& c : chosenClasses(run, options)) {
+        classes.push_back({{"class", printable(readableClass(c.name))},
+                           {"allocated_objects", c.allocated},
+                           {"freed_objects", c.freed},
+                           {"live_objects", c.liveObjects},
+                           {"live_bytes", c.liveBytes}});
+    }
+    const ordered_json report = {{"run", runObject(run, captureName)},
+                                 {"threads", threads},
+                                 {"methods", methods},
+                                 {"classes", classes}};
     return report.dump(2) + "\n";
 }
 

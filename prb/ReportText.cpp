@@ -71,6 +71,7 @@ public:
         aboutTheRun(captureName);
         threads();
         methods();
+        classes();
         return out_;
     }
 
@@ -146,6 +147,8 @@ private:
             row.use.blocked += t.blocked;
             row.use.waiting += t.waiting;
             row.use.cycles += t.cycles;
+            row.use.allocatedObjects += t.allocatedObjects;
+            row.use.allocatedBytes += t.allocatedBytes;
         }
         std::vector<Row> rows;
         rows.reserve(byName.size());
@@ -154,10 +157,13 @@ private:
             if (a.use.own != b.use.own) return b.use.own;
             return a.use.busy > b.use.busy;
         });
-        const std::size_t nameWidth = options_.width > 60 ? options_.width - 56 : 24;
+        const bool allocations = run_.countsAllocations();
+        const std::size_t taken = allocations ? 76 : 56;
+        const std::size_t nameWidth = options_.width > taken + 4 ? options_.width - taken : 24;
         line("");
         line(bold(padded("Threads", nameWidth) +
-                  "   busy                     time blocked waiting"));
+                  "   busy                     time blocked waiting" +
+                  (allocations ? "   objects     bytes" : "")));
         std::size_t shown = 0;
         for (const Row& row : rows) {
             if (options_.top != 0 && shown == options_.top && !row.use.own) continue;
@@ -174,7 +180,10 @@ private:
                               : text(" %5.1f %% ", share) + bar(share)) +
                  text(" %9s %6.1f %% %6.1f %%", ms(row.use.busy).c_str(),
                       percent(row.use.blocked, row.use.cycles),
-                      percent(row.use.waiting, row.use.cycles)));
+                      percent(row.use.waiting, row.use.cycles)) +
+                 (allocations ? text(" %9lld %9s", row.use.allocatedObjects,
+                                     bytes(row.use.allocatedBytes).c_str())
+                              : std::string()));
         }
         more(rows.size(), shown, "threads");
     }
@@ -194,6 +203,22 @@ private:
                  text("       %5.1f %%  %9s  ", total, ms(m.total).c_str()) + fitted(name, left));
         }
         more(run_.methods().size(), methods.size(), "methods");
+    }
+
+    void classes() {
+        const std::vector<ClassUse> classes = chosenClasses(run_, options_);
+        if (classes.empty()) return;
+        const bool allocations = run_.countsAllocations();
+        line("");
+        line(bold(std::string(allocations ? " allocated      freed       " : "      ") +
+                  "live     bytes  Class"));
+        const std::size_t left = options_.width > 90 ? options_.width - 44 : 60;
+        for (const ClassUse& c : classes) {
+            line((allocations ? text("%10lld %10lld ", c.allocated, c.freed) : std::string()) +
+                 text("%10lld %9s  ", c.liveObjects, bytes(c.liveBytes).c_str()) +
+                 fitted(printable(readableClass(c.name)), left));
+        }
+        more(run_.classes().size(), classes.size(), "classes");
     }
 
     void more(std::size_t all, std::size_t shown, const char* what) {

@@ -18,6 +18,7 @@ enum SampleType {
     kApplicationServer = 1,
     kThread = 10,
     kMethod = 11,
+    kHeap = 13,
     kError = 17,
     kResource = 18,
     kEnd = 998
@@ -34,12 +35,16 @@ enum Key {
     kCpuSamples = 311,
     kContentionSamples = 312,
     kWaitSamples = 313,
+    kAllocations = 308,
+    kBytes = 309,
     kTimeMs = 314,
     kCycleCount = 315,
     kProcessCpuMs = 316,
     kSignature = 320,
     kOwnSamples = 321,
     kCalleeSamples = 322,
+    kObjects = 340,
+    kFrees = 341,
     kErrorCode = 360,
     kErrorText = 361,
     kSamplerCpuUs = 400,
@@ -140,6 +145,9 @@ void RunModel::read(std::string_view record, std::size_t offset) {
     case kMethod:
         readMethod(record);
         break;
+    case kHeap:
+        readClass(record);
+        break;
     case kError: {
         const auto sample = sampleOf(record);
         if (sample == nullptr) break;
@@ -207,6 +215,10 @@ void RunModel::readThread(std::string_view record) {
     const long long cycles = valueOf(*sample, kCycleCount, 0);
     batchCycles_ = std::max(batchCycles_, cycles);
     lastSampleMs_ = std::max(lastSampleMs_, valueOf(*sample, kTimeMs, -1));
+    const long long allocated = valueOf(*sample, kAllocations, 0);
+    allocations_ = allocations_ || allocated > 0;
+    thread.allocatedObjects += allocated;
+    thread.allocatedBytes += valueOf(*sample, kBytes, 0);
     const long long processCpu = valueOf(*sample, kProcessCpuMs, -1);
     if (processCpu >= 0) {
         if (firstProcessCpuMs_ < 0) firstProcessCpuMs_ = processCpu;
@@ -252,6 +264,20 @@ void RunModel::readMethod(std::string_view record) {
     method.total += own + valueOf(*sample, kCalleeSamples, 0);
 }
 
+void RunModel::readClass(std::string_view record) {
+    const auto sample = sampleOf(record);
+    if (sample == nullptr) return;
+    std::string name = sample->getStringData(kClassName);
+    ClassUse& use = byClass_[name];
+    use.name = std::move(name);
+    const long long allocated = valueOf(*sample, kAllocations, -1);
+    allocations_ = allocations_ || allocated >= 0;
+    use.allocated += std::max(0LL, allocated);
+    use.freed += valueOf(*sample, kFrees, 0);
+    use.liveObjects = valueOf(*sample, kObjects, 0);
+    use.liveBytes = valueOf(*sample, kBytes, 0);
+}
+
 void RunModel::endBatch() {
     polls_++;
     if (batchCycles_ > 0) {
@@ -287,6 +313,11 @@ void RunModel::finish(const Capture& capture) {
     gatherThreads();
     std::stable_sort(threads_.begin(), threads_.end(), [](const ThreadUse& a, const ThreadUse& b) {
         return a.busy != b.busy ? a.busy > b.busy : a.name < b.name;
+    });
+    for (auto& [name, use] : byClass_)
+        if (use.allocated != 0 || use.freed != 0 || use.liveObjects > 0) classes_.push_back(use);
+    std::stable_sort(classes_.begin(), classes_.end(), [](const ClassUse& a, const ClassUse& b) {
+        return a.allocated != b.allocated ? a.allocated > b.allocated : a.liveBytes > b.liveBytes;
     });
     long long inMethods = 0;
     for (auto& [key, method] : byMethod_) {

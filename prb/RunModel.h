@@ -24,6 +24,13 @@ struct ThreadUse {
     bool own = false; // the profiler's
     long long busy = 0, blocked = 0, waiting = 0;
     long long cycles = 0; // cycles of the polls in which the thread was seen
+    long long allocatedObjects = 0, allocatedBytes = 0;
+};
+
+struct ClassUse {
+    std::string name;                           // as the VM has it
+    long long allocated = 0, freed = 0;         // objects, of the whole run
+    long long liveObjects = -1, liveBytes = -1; // when the heap was last looked at; -1: never
 };
 
 struct MethodUse {
@@ -52,6 +59,8 @@ public:
     const RunFacts& facts() const { return facts_; }
     const std::vector<ThreadUse>& threads() const { return threads_; } // most busy first
     const std::vector<MethodUse>& methods() const { return methods_; } // most own first
+    const std::vector<ClassUse>& classes() const { return classes_; }  // most allocated first
+    bool countsAllocations() const { return allocations_; }
 
     long long records() const { return records_; }
     long long polls() const { return polls_; }
@@ -77,6 +86,7 @@ private:
     void readFacts(std::string_view record);
     void readThread(std::string_view record);
     void readMethod(std::string_view record);
+    void readClass(std::string_view record);
     void endBatch();
     void gatherThreads();
     void finish(const Capture& capture);
@@ -84,6 +94,9 @@ private:
     RunFacts facts_;
     std::vector<ThreadUse> threads_;
     std::vector<MethodUse> methods_;
+    std::vector<ClassUse> classes_;
+    std::map<std::string, ClassUse> byClass_;
+    bool allocations_ = false;                // some record tells of them
     PRBAnchorCollection anchors_;             // what the threads did; a poll is an interval
     std::map<long long, ThreadUse> byThread_; // who they are, by their first names
     std::map<std::tuple<std::string, std::string, std::string>, MethodUse> byMethod_;

@@ -204,7 +204,80 @@ TEST_F(ReportTest, CsvQuotesWhatItMust) {
     std::istringstream lines(s.out);
     std::string header;
     std::getline(lines, header);
-    EXPECT_EQ(std::count(header.begin(), header.end(), ','), 12);
+    EXPECT_EQ(std::count(header.begin(), header.end(), ','), 17);
+}
+
+class AllocationReport : public ReportTest {
+protected:
+    static CaptureBytes::Record classRecord(const std::string& name, long long objects,
+                                            long long bytes, long long allocations,
+                                            long long frees) {
+        CaptureBytes::Record record(13);
+        record.number(4, 77).number(340, objects).number(309, bytes);
+        if (allocations >= 0) record.number(308, allocations).number(341, frees).number(342, 0);
+        return record.text(10, name);
+    }
+    // Two polls.
+    void writeAllocations() {
+        const CaptureBytes::Record end = CaptureBytes::Record(998).number(20, 1).number(21, 0);
+        CaptureBytes capture;
+        capture.smallRun(false);
+        capture.add(CaptureBytes::thread(1, "main", 0, 0, 0).number(308, 70).number(309, 2000));
+        capture.add(classRecord("com/x/A", 5, 120, 60, 40));
+        capture.add(classRecord("[I", 1, 1048576, 10, 0));
+        capture.add(classRecord("com/x/Never", 0, 0, 0, 0)).add(end);
+        capture.add(CaptureBytes::thread(1, "main", 0, 0, 0).number(308, 30).number(309, 720));
+        capture.add(classRecord("com/x/A", 3, 72, 30, 32));
+        capture.add(classRecord("[I", 1, 1048576, 0, 0)).add(end);
+        write(capture.bytes);
+    }
+};
+
+TEST_F(AllocationReport, AllocationsAddUpAndLiveObjectsAreThoseOfTheLastLook) {
+    writeAllocations();
+    const json r = reportJson();
+    ASSERT_EQ(r["classes"].size(), 2u); // a class without an object is of no interest
+    EXPECT_EQ(r["classes"][0], (json{{"class", "com.x.A"},
+                                     {"allocated_objects", 90},
+                                     {"freed_objects", 72},
+                                     {"live_objects", 3},
+                                     {"live_bytes", 72}}));
+    EXPECT_EQ(r["classes"][1]["class"], "int[]");
+    EXPECT_EQ(r["classes"][1]["allocated_objects"], 10);
+    EXPECT_EQ(r["threads"][0]["name"], "main");
+    EXPECT_EQ(r["threads"][0]["allocated_objects"], 100);
+    EXPECT_EQ(r["threads"][0]["allocated_bytes"], 2720);
+}
+
+TEST_F(AllocationReport, TextAndCsvShowTheClasses) {
+    writeAllocations();
+    EXPECT_THAT(report({}).out,
+                AllOf(HasSubstr("waiting   objects     bytes\n"),
+                      HasSubstr(" allocated      freed       live     bytes  Class\n"
+                                "        90         72          3      0 KB  com.x.A\n"
+                                "        10          0          1    1.0 MB  int[]\n")));
+    ReportOptions options;
+    options.format = Format::kCsv;
+    const std::string csv = report(options).out;
+    EXPECT_THAT(csv, AllOf(HasSubstr("class,com.x.A,,,,,,,,,,,,90,,72,3,72\n"),
+                           HasSubstr(",100,2720,,,\n")));
+    std::istringstream lines(csv);
+    for (std::string line; std::getline(lines, line);)
+        EXPECT_EQ(std::count(line.begin(), line.end(), ','), 17) << line;
+    options.top = 1;
+    options.topGiven = true;
+    EXPECT_THAT(report(options).out, Not(HasSubstr("int[]")));
+}
+
+TEST_F(AllocationReport, WithoutAllocationsOnlyLiveObjectsAreShown) {
+    CaptureBytes capture;
+    capture.smallRun();
+    capture.add(classRecord("com/x/A", 5, 120, -1, -1));
+    write(capture.bytes);
+    EXPECT_THAT(report({}).out, AllOf(HasSubstr("\n      live     bytes  Class\n"
+                                                "         5      0 KB  com.x.A\n"),
+                                      Not(HasSubstr("allocated")), Not(HasSubstr("objects"))));
+    EXPECT_EQ(reportJson()["classes"][0]["allocated_objects"], 0);
 }
 
 TEST_F(ReportTest, ACutFileIsReportedUpToTheCutAndSaysSo) {

@@ -11,6 +11,8 @@ final class DataKind {
     static final int ALL_BITS = 0xCBE00;
     static final int THREADS = 0x200;
     static final int METHODS = 0x400;
+    static final int HEAP = 0x1000;
+    static final int ALLOC = 0x8000;
 
     /** What needs nothing from the JVM beyond sampling. */
     static final int ALWAYS_AVAILABLE = 0xC0600;

@@ -30,6 +30,8 @@ public final class ProfilerDriver implements Runnable {
     private final RunFacts facts;
     private final long collector;
     private final SampleWriter out = new SampleWriter();
+    /** What the last poll asks for; null: what the collection gathers. */
+    private DataRequest lastRequest;
     private boolean stopping;
     private boolean finished;
     private boolean failureSaid;
@@ -128,7 +130,7 @@ public final class ProfilerDriver implements Runnable {
         }
     }
 
-    private static ProfilerDriver launch(DriverOptions options) {
+    private static ProfilerDriver launch(DriverOptions options) throws InvalidRequest {
         int type = available(options, BridgeLink.readFacts());
         if (type == 0) {
             Messages.say("nothing is left to collect, the program runs unprofiled");
@@ -160,7 +162,7 @@ public final class ProfilerDriver implements Runnable {
     }
 
     private static ProfilerDriver initiate(DriverOptions options, CaptureFile file, int processId,
-            int type) {
+            int type) throws InvalidRequest {
         long collector = Profiler.InitProfiler(options.agentOptions, new Collector());
         if (collector == 0) {
             Messages.say("this JVM does not offer the profiler interface: start it with"
@@ -169,6 +171,9 @@ public final class ProfilerDriver implements Runnable {
         }
         RunFacts facts = new RunFacts(options, processId, type);
         ProfilerDriver driver = new ProfilerDriver(options, file, facts, collector);
+        if (countsOnlyAllocations(type)) {
+            driver.lastRequest = new DataRequest(type | DataKind.HEAP, 0);
+        }
         facts.write(driver.out, file, false);
         try {
             file.begin(driver.out.buffer(), driver.out.size());
@@ -194,6 +199,16 @@ public final class ProfilerDriver implements Runnable {
             return null;
         }
         return driver;
+    }
+
+    /**
+     * Allocations are counted by class, and classes are told with a look at the heap. Without
+     * heap data asked for, one look at the end tells the sums of the whole run.
+     */
+    private static boolean countsOnlyAllocations(int type) {
+        String offered = BridgeLink.fact(BridgeLink.readFacts(), "available");
+        return (type & (DataKind.ALLOC | DataKind.HEAP)) == DataKind.ALLOC
+                && (DataKind.bitsOf(DriverOptions.split(offered)) & DataKind.HEAP) != 0;
     }
 
     /** Answers the collection type that is asked for, less what this JVM cannot give. */
@@ -245,7 +260,7 @@ public final class ProfilerDriver implements Runnable {
     private void poll(boolean last) {
         long begin = System.nanoTime();
         try {
-            byte[] records = Profiler.getProfilerData(collector, 0, null);
+            byte[] records = Profiler.getProfilerData(collector, 0, last ? lastRequest : null);
             facts.polls++;
             if (records == null) {
                 facts.emptyPolls++;
