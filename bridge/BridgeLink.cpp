@@ -7,6 +7,7 @@
 #include "bridge/AllocationEvents.h"
 #include "bridge/ClassEvents.h"
 #include "bridge/Context.h"
+#include "bridge/HeapDump.h"
 #include "bridge/Interface.h"
 #include "bridge/Jvmti.h"
 #include "bridge/ObjectIds.h"
@@ -157,6 +158,7 @@ const FactRow kFacts[] = {
 };
 
 jlongArray JNICALL counters(JNIEnv* jni, jclass) try {
+    HeapDump::sweep(jni);
     const std::vector<jlong> values = counterValues();
     const auto count = static_cast<jsize>(values.size());
     jlongArray array = jni->NewLongArray(count);

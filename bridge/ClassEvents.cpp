@@ -33,6 +33,17 @@ ClassRecord::Pointer add(JNIEnv* jni, jclass mirror) {
     return record;
 }
 
+template <class Work> void forEachLoaded(JNIEnv* jni, Work work) {
+    jint count = 0;
+    JvmtiMemory<jclass> loaded(context().jvmti);
+    if (context().jvmti->GetLoadedClasses(&count, loaded.out()) != JVMTI_ERROR_NONE) return;
+    roomForLocals(jni, count);
+    for (jint i = 0; i < count; i++) {
+        LocalRef<jclass> mirror(jni, loaded[i]);
+        work(mirror.get());
+    }
+}
+
 } // namespace
 
 ClassTable& classes() {
@@ -41,21 +52,23 @@ ClassTable& classes() {
 }
 
 void ClassEvents::addExisting(JNIEnv* jni) {
-    jvmtiEnv* jvmti = context().jvmti;
-    jint count = 0;
-    // The VM answers a local reference for each class; checked JNI wants the room announced.
-    constexpr jint kMostLocals = 4096; // more than this the VM does not promise
-    jni->EnsureLocalCapacity(kMostLocals);
-    JvmtiMemory<jclass> loaded(jvmti);
-    if (jvmti->GetLoadedClasses(&count, loaded.out()) != JVMTI_ERROR_NONE) return;
-    for (jint i = 0; i < count; i++) {
-        LocalRef<jclass> mirror(jni, loaded[i]);
+    forEachLoaded(jni, [jni](jclass mirror) {
         jint status = 0;
-        if (jvmti->GetClassStatus(mirror.get(), &status) != JVMTI_ERROR_NONE ||
-            !(status & JVMTI_CLASS_STATUS_PREPARED))
-            continue;
-        add(jni, mirror.get());
-    }
+        if (context().jvmti->GetClassStatus(mirror, &status) == JVMTI_ERROR_NONE &&
+            (status & JVMTI_CLASS_STATUS_PREPARED))
+            add(jni, mirror);
+    });
+}
+
+size_t ClassEvents::giveIds(JNIEnv* jni) {
+    size_t given = 0;
+    forEachLoaded(jni, [jni, &given](jclass mirror) {
+        jlong tag = 0;
+        if (context().jvmti->GetTag(mirror, &tag) == JVMTI_ERROR_NONE && tag == 0 &&
+            objectIds().of(jni, mirror) != 0)
+            given++;
+    });
+    return given;
 }
 
 void ClassEvents::prepared(JNIEnv* jni, jclass mirror) {

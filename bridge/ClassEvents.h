@@ -7,6 +7,7 @@
 #ifndef PRB_BRIDGE_CLASSEVENTS_H
 #define PRB_BRIDGE_CLASSEVENTS_H
 
+#include <cstddef>
 #include <cstdint>
 
 #include <jvmti.h>
@@ -20,6 +21,10 @@ class ClassEvents {
 public:
     // Takes in the classes that exist already; those that are not prepared come later.
     static void addExisting(JNIEnv* jni);
+
+    // Gives an id to every class that has none yet: those that are never prepared. Answers how
+    // many there were.
+    static size_t giveIds(JNIEnv* jni);
 
     // The VM's callbacks. unloaded() may run where JNI is forbidden.
     static void prepared(JNIEnv* jni, jclass mirror);

@@ -44,6 +44,7 @@ bool ClassReader::read(jclass mirror) {
     name_ = nameOf(signature.get());
     description_.name = name_.c_str();
     prepared_ = readMethods(mirror);
+    description_.prepared = prepared_;
     if (!prepared_) return true;
     char* source = nullptr; // absent in many classes: an error that says nothing
     if (jvmti_->GetSourceFileName(mirror, &source) == JVMTI_ERROR_NONE)
@@ -78,14 +79,19 @@ void ClassReader::readFields(jclass mirror) {
         char* name = nullptr;
         char* signature = nullptr;
         jint modifiers = 0;
-        if (jvmti_->GetFieldName(mirror, fields[i], &name, &signature, nullptr) != JVMTI_ERROR_NONE)
+        if (jvmti_->GetFieldName(mirror, fields[i], &name, &signature, nullptr) !=
+            JVMTI_ERROR_NONE) {
+            description_.fields += kPrimitive; // keeps its place among the others
             continue;
+        }
         const JVMPI_Field field{keep(name), keep(signature)};
-        if (jvmti_->GetFieldModifiers(mirror, fields[i], &modifiers) == JVMTI_ERROR_NONE &&
-            (modifiers & kAccStatic))
-            description_.statics.push_back(field);
-        else
-            description_.instances.push_back(field);
+        const bool isStatic =
+            jvmti_->GetFieldModifiers(mirror, fields[i], &modifiers) == JVMTI_ERROR_NONE &&
+            (modifiers & kAccStatic);
+        (isStatic ? description_.statics : description_.instances).push_back(field);
+        const bool isReference = signature[0] == 'L' || signature[0] == '[';
+        description_.fields += isStatic ? (isReference ? kStaticReference : kStaticPrimitive)
+                                        : (isReference ? kReference : kPrimitive);
     }
 }
 

@@ -50,7 +50,7 @@ ClassRecord::Pointer ClassRecord::make(uint32_t id, const ClassDescription& from
     static_assert(sizeof(ClassRecord) % alignof(JVMPI_Method) == 0);
     static_assert(sizeof(JVMPI_Method) % alignof(JVMPI_Field) == 0);
     size_t bytes = sizeof(ClassRecord) + textBytes(from.name) + textBytes(from.source) +
-                   fieldBytes(from.statics) + fieldBytes(from.instances) +
+                   from.fields.size() + 1 + fieldBytes(from.statics) + fieldBytes(from.instances) +
                    from.methods.size() * sizeof(JVMPI_Method);
     for (const JVMPI_Method& method : from.methods)
         bytes += textBytes(method.method_name) + textBytes(method.method_signature);
@@ -72,6 +72,8 @@ ClassRecord::Pointer ClassRecord::make(uint32_t id, const ClassDescription& from
     record->instances_ = cutter.array<JVMPI_Field>(from.instances.size());
     record->name_ = cutter.text(from.name);
     record->source_ = cutter.text(from.source);
+    record->fields_ = cutter.text(from.fields.c_str());
+    record->prepared_ = from.prepared;
     JVMPI_Method* to = record->methods_;
     for (const JVMPI_Method& method : from.methods) {
         JVMPI_Method copy = method;

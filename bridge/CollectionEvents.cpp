@@ -4,6 +4,7 @@
 
 #include "bridge/AllocationEvents.h"
 #include "bridge/Context.h"
+#include "bridge/DumpedObjects.h"
 #include "bridge/HeapFigures.h"
 #include "bridge/Interface.h"
 #include "bridge/RawMonitor.h"
@@ -61,6 +62,7 @@ void CollectionEvents::finished() noexcept try {
         deliver(JVMPI_EVENT_GC_FINISH, space);
         // With it the profiler has emptied its registry of objects.
         transientIds().forget();
+        dumpedObjects().forget();
     }
     the.scope.reset();
 } catch (...) {

@@ -3,18 +3,17 @@
 namespace bridge {
 
 EventTable::EventTable(const EventRow* rows, size_t count, const JVMPI_Interface& interface)
-    : rows_(rows), count_(count), interface_(interface) {}
+    : interface_(interface) {
+    for (size_t i = 0; i < count; i++) rows_[rows[i].type] = &rows[i];
+}
 
 const EventRow* EventTable::rowOf(jint type) const {
-    for (size_t i = 0; i < count_; i++) {
-        const EventRow& row = rows_[i];
-        if (row.type == type) return !row.available || row.available() ? &row : nullptr;
-    }
-    return nullptr;
+    const EventRow* row = inRange(type) ? rows_[type] : nullptr;
+    return row && (!row->available || row->available()) ? row : nullptr;
 }
 
 jint EventTable::enable(jint type) {
-    const EventRow* row = inRange(type) ? rowOf(type) : nullptr;
+    const EventRow* row = rowOf(type);
     if (!row) return JVMPI_NOT_AVAILABLE;
     if (enabled_[type].exchange(true, std::memory_order_acq_rel) || !row->enable)
         return JVMPI_SUCCESS;
@@ -24,14 +23,14 @@ jint EventTable::enable(jint type) {
 }
 
 jint EventTable::disable(jint type) {
-    const EventRow* row = inRange(type) ? rowOf(type) : nullptr;
+    const EventRow* row = rowOf(type);
     if (!row) return JVMPI_NOT_AVAILABLE;
     if (enabled_[type].exchange(false, std::memory_order_acq_rel) && row->disable) row->disable();
     return JVMPI_SUCCESS;
 }
 
 jint EventTable::request(jint type, void* argument) {
-    const EventRow* row = inRange(type) ? rowOf(type) : nullptr;
+    const EventRow* row = rowOf(type);
     if (!row || !row->request) return JVMPI_NOT_AVAILABLE;
     return row->request(argument);
 }

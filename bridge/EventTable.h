@@ -51,8 +51,7 @@ private:
     static bool inRange(jint type) { return type >= 0 && type <= JVMPI_MAX_EVENT_TYPE_VAL; }
     const EventRow* rowOf(jint type) const;
 
-    const EventRow* rows_;
-    size_t count_;
+    const EventRow* rows_[JVMPI_MAX_EVENT_TYPE_VAL + 1] = {}; // by type; null: none
     const JVMPI_Interface& interface_;
     std::atomic<bool> enabled_[JVMPI_MAX_EVENT_TYPE_VAL + 1] = {};
 };

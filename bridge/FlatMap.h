@@ -51,6 +51,12 @@ public:
         return true;
     }
 
+    // Calls work(key, value) for each entry, in no order. It must not change the map.
+    template <class Work> void forEach(Work work) const {
+        for (const Slot& slot : slots_)
+            if (slot.key != Key{}) work(slot.key, slot.value);
+    }
+
     size_t size() const { return count_; }
     size_t bytes() const { return slots_.capacity() * sizeof(Slot); }
 

@@ -40,6 +40,14 @@ std::vector<jweak> IdTable::takeDead() {
     return taken;
 }
 
+std::vector<jweak> IdTable::references() const {
+    std::vector<jweak> all;
+    std::lock_guard<std::mutex> guard(mutex_);
+    all.reserve(references_.size());
+    references_.forEach([&all](uint32_t, jweak reference) { all.push_back(reference); });
+    return all;
+}
+
 size_t IdTable::size() const {
     std::lock_guard<std::mutex> guard(mutex_);
     return references_.size();

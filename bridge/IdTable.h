@@ -56,6 +56,9 @@ public:
         jweak reference_;
     };
 
+    // All references, as they are now. REQUIRES: a Use exists for as long as they are used.
+    std::vector<jweak> references() const;
+
     // References that were given up and that nobody uses, for a thread that may call the VM to
     // delete. Cheap when there are none.
     std::vector<jweak> takeDead();

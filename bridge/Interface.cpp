@@ -7,7 +7,9 @@
 #include "bridge/Arenas.h"
 #include "bridge/ClassEvents.h"
 #include "bridge/Context.h"
+#include "bridge/FoundObjects.h"
 #include "bridge/GetEnvHook.h"
+#include "bridge/HeapDump.h"
 #include "bridge/MonitorEvents.h"
 #include "bridge/ObjectIds.h"
 #include "bridge/RawMonitor.h"
@@ -15,6 +17,7 @@
 #include "bridge/SystemThreads.h"
 #include "bridge/ThreadEvents.h"
 #include "bridge/ThreadTable.h"
+#include "bridge/TransientIds.h"
 #include "bridge/VmEvents.h"
 
 namespace bridge {
@@ -38,6 +41,7 @@ const EventRow kEvents[] = {
     {JVMPI_EVENT_THREAD_END, nullptr, nullptr, nullptr},
     {JVMPI_EVENT_CLASS_LOAD, nullptr, nullptr, ClassEvents::request},
     {JVMPI_EVENT_CLASS_UNLOAD, nullptr, nullptr, nullptr},
+    {JVMPI_EVENT_HEAP_DUMP, nullptr, nullptr, HeapDump::request},
     {JVMPI_EVENT_JVM_INIT_DONE, nullptr, nullptr, nullptr},
     {JVMPI_EVENT_JVM_SHUT_DOWN, nullptr, nullptr, nullptr},
     onDemand<kCollections>(JVMPI_EVENT_GC_START),
@@ -74,10 +78,13 @@ jint disableEvent(jint type, void*) try {
 
 jint requestEvent(jint type, void* argument) try {
     if (isDead()) return JVMPI_FAIL;
-    // Objects can be asked for in some callbacks, whether their allocation is told or not.
+    // Objects can be asked for whose allocation is not told: those that a dump names, of which its
+    // reader asks for millions, and the monitor's in the callbacks of contention.
     if (type == JVMPI_EVENT_OBJECT_ALLOC)
-        return MonitorEvents::inCallback() ? MonitorEvents::requestAllocation(argument)
-                                           : jint{JVMPI_NOT_AVAILABLE};
+        return HeapDump::answerDelivered(argument) ? jint{JVMPI_SUCCESS}
+               : MonitorEvents::inCallback()       ? MonitorEvents::requestAllocation(argument)
+               : HeapDump::answerKept(argument)    ? jint{JVMPI_SUCCESS}
+                                                   : jint{JVMPI_NOT_AVAILABLE};
     return events().request(type, argument);
 } catch (...) {
     return JVMPI_FAIL;
@@ -179,7 +186,10 @@ jobjectID getMethodClass(jmethodID method) try {
 
 jobject objectOfId(jobjectID id) try {
     JNIEnv* jni = id && isLive() ? currentEnv() : nullptr;
-    return jni ? objectIds().object(jni, numberOf(id)) : nullptr;
+    if (!jni) return nullptr;
+    const uint32_t number = numberOf(id);
+    return TransientIds::isTransient(number) ? foundObjects().object(jni, number)
+                                             : objectIds().object(jni, number);
 } catch (...) {
     return nullptr;
 }

@@ -45,6 +45,14 @@ private:
     T object_;
 };
 
+// After a call of JVMTI that answered `count` local references: checked JNI wants to hear that
+// there is room for them and for more.
+inline void roomForLocals(JNIEnv* jni, jint count) {
+    constexpr jint kMore = 32;
+    constexpr jint kMost = 65536; // the VM grants no more at once
+    jni->EnsureLocalCapacity(count < kMost - kMore ? count + kMore : kMost);
+}
+
 // Keeps the caller's pending Java exception out of the way: JNI allows next to nothing while one
 // is pending, and the profiler asks at any time. Exceptions of our own calls are dropped.
 class ExceptionShelter {

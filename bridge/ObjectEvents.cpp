@@ -42,17 +42,22 @@ jint ObjectEvents::answerRequest(JNIEnv* jni, jobject object, uint32_t id) {
     jlong bytes = 0;
     if (!record || context().jvmti->GetObjectSize(object, &bytes) != JVMTI_ERROR_NONE)
         return JVMPI_FAIL;
-    JVMPI_Event event{};
+    deliverRequested(jni, id, classId, typeOf(record->name()),
+                     static_cast<jint>(std::min<jlong>(bytes, std::numeric_limits<jint>::max())));
+    return JVMPI_SUCCESS;
+}
+
+void ObjectEvents::deliverRequested(JNIEnv* env, uint32_t id, uint32_t classId, jint type,
+                                    jint size) {
+    JVMPI_Event event; // a dump of millions of objects asks for each: only what is told is set
     event.event_type = JVMPI_EVENT_OBJECT_ALLOC | JVMPI_REQUESTED_EVENT;
-    event.env_id = jni;
+    event.env_id = env;
     event.u.obj_alloc.arena_id = kNoArena;
     event.u.obj_alloc.class_id = idOf(classId);
-    event.u.obj_alloc.is_array = typeOf(record->name());
-    event.u.obj_alloc.size =
-        static_cast<jint>(std::min<jlong>(bytes, std::numeric_limits<jint>::max()));
+    event.u.obj_alloc.is_array = type;
+    event.u.obj_alloc.size = size;
     event.u.obj_alloc.obj_id = idOf(id);
     events().deliver(event);
-    return JVMPI_SUCCESS;
 }
 
 } // namespace bridge

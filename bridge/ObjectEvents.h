@@ -19,6 +19,8 @@ public:
     // Delivers OBJECT_ALLOC for a live object as the answer to a request. The class of an array
     // is the array's own. REQUIRES: a Java thread without a pending exception.
     static jint answerRequest(JNIEnv* jni, jobject object, uint32_t id);
+    // The same for an object of which everything is known. `size` in bytes.
+    static void deliverRequested(JNIEnv* env, uint32_t id, uint32_t classId, jint type, jint size);
 };
 
 } // namespace bridge

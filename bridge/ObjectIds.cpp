@@ -21,7 +21,7 @@ uint32_t ObjectIds::of(JNIEnv* jni, jobject object) {
     if (!object || !classClass_) return 0;
     jlong tag = 0;
     if (jvmti_->GetTag(object, &tag) != JVMTI_ERROR_NONE) return 0;
-    if (tag > 0 && tag < jlong{IdTable::kEnd}) return static_cast<uint32_t>(tag);
+    if (const uint32_t known = idOfTag(tag)) return known;
     const bool isClass = jni->IsInstanceOf(object, classClass_) == JNI_TRUE;
     bool isNew = false;
     const uint32_t id = give(jni, object, isClass, isNew);
@@ -46,9 +46,8 @@ uint32_t ObjectIds::give(JNIEnv* jni, jobject object, bool isClass, bool& isNew)
     jlong tag = 0;
     uint32_t id = 0;
     if (jvmti_->GetTag(object, &tag) == JVMTI_ERROR_NONE) {
-        if (tag != 0) {
-            id = static_cast<uint32_t>(tag);
-        } else {
+        id = idOfTag(tag);
+        if (id == 0) {
             id = isClass ? table_.addClass(reference) : table_.addObject(reference);
             if (id != 0) {
                 isNew = jvmti_->SetTag(object, jlong{id}) == JVMTI_ERROR_NONE;

@@ -24,6 +24,11 @@ inline jobjectID idOf(uint32_t number) {
     return reinterpret_cast<jobjectID>(static_cast<uintptr_t>(number));
 }
 
+// A tag that is no id is a mark that is on an object for the time of a walk over the heap.
+inline uint32_t idOfTag(jlong tag) {
+    return tag > 0 && tag < jlong{IdTable::kEnd} ? static_cast<uint32_t>(tag) : 0;
+}
+
 class ObjectIds {
 public:
     // What happens to a class object that nobody has seen before: its class gets a record.
@@ -41,6 +46,18 @@ public:
     uint32_t ofClass(JNIEnv* jni, jclass mirror, bool& isNew);
     // A new local reference to the object, or null for unknown ids and dead objects.
     jobject object(JNIEnv* jni, uint32_t id);
+
+    // Calls work(object) for each live object with an id for life, class objects included. The
+    // local reference is deleted afterwards.
+    template <class Work> void forEachLive(JNIEnv* jni, Work work) {
+        const IdTable::Use use(table_, 0);
+        for (jweak reference : table_.references()) {
+            jobject object = jni->NewLocalRef(reference);
+            if (!object) continue;
+            work(object);
+            jni->DeleteLocalRef(object);
+        }
+    }
 
     // The VM has freed the object with this tag. May be called where JNI is forbidden.
     void freed(uint32_t id) { table_.remove(id); }

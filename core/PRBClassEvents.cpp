@@ -21,6 +21,7 @@ PRBJavaClass* learnClass(PRBMonitorHashTable& classes, JVMPI_Event* event) {
     PRBJavaClass probe(event->u.class_load.class_id);
     if (auto* known = static_cast<PRBJavaClass*>(classes.find(&probe))) {
         known->learnNames(event->u.class_load.class_name, event->u.class_load.source_name);
+        known->learnShape(event);
         return known;
     }
     auto* cls = new PRBJavaClass(event);

@@ -27,11 +27,8 @@ std::size_t bytesOf(int fields) {
 
 // Null, and a count of 0, when the event lists none.
 PRBJavaClass::Field* copyFields(const JVMPI_Field* fields, int& count) {
-    if (fields == nullptr || count <= 0) {
-        count = 0;
-        return nullptr;
-    }
-    void* block = PRBMemoryManager::allocate(bytesOf(count));
+    void* block =
+        fields == nullptr || count <= 0 ? nullptr : PRBMemoryManager::allocate(bytesOf(count));
     if (block == nullptr) {
         count = 0;
         return nullptr;
@@ -72,11 +69,19 @@ PRBJavaClass::PRBJavaClass(JVMPI_Event* event) {
     className.set(load.class_name);
     sourceName.set(load.source_name);
     setNewId(load.class_id);
-    numInterfaces = load.num_interfaces;
-    numStaticFields = load.num_static_fields;
-    staticFields = copyFields(load.statics, numStaticFields);
-    numInstanceFields = load.num_instance_fields;
-    instanceFields = copyFields(load.instances, numInstanceFields);
+    learnShape(event);
+}
+
+void PRBJavaClass::learnShape(const JVMPI_Event* event) {
+    if (getNumInterfaces() != 0 || getNumStaticFields() != 0 || getNumInstanceFields() != 0) return;
+    const auto& load = event->u.class_load;
+    int statics = load.num_static_fields;
+    int instances = load.num_instance_fields;
+    staticFields = copyFields(load.statics, statics);
+    instanceFields = copyFields(load.instances, instances);
+    numStaticFields.store(statics, std::memory_order_release);
+    numInstanceFields.store(instances, std::memory_order_release);
+    numInterfaces.store(load.num_interfaces, std::memory_order_release);
 }
 
 PRBJavaClass::~PRBJavaClass() {

@@ -57,14 +57,17 @@ public:
     const char* getSourceName() const { return sourceName.c_str(); }
     // Stored only while the text is empty: a replayed load does not rename a class.
     void learnNames(const char* name, const char* source);
+    // The interfaces and fields, taken only while the class has none of either: a class may be
+    // told before the VM knows its members. REQUIRES: the class registry held.
+    void learnShape(const JVMPI_Event* event);
     jobjectID getClassId() const { return classId.load(std::memory_order_relaxed); }
     // REQUIRES: the record is out of its registry, whose hash the id is.
     void setNewId(jobjectID id) { classId.store(id, std::memory_order_relaxed); }
     jobjectID getSuperClass() const { return superClass.load(std::memory_order_relaxed); }
     void setSuperClass(jobjectID id) { superClass.store(id, std::memory_order_relaxed); }
-    int getNumInterfaces() const { return numInterfaces; }
-    int getNumStaticFields() const { return numStaticFields; }
-    int getNumInstanceFields() const { return numInstanceFields; }
+    int getNumInterfaces() const { return numInterfaces.load(std::memory_order_acquire); }
+    int getNumStaticFields() const { return numStaticFields.load(std::memory_order_acquire); }
+    int getNumInstanceFields() const { return numInstanceFields.load(std::memory_order_acquire); }
     // REQUIRES: 0 <= i < the number of fields.
     const Field* getStaticField(int i) const { return &staticFields[i]; }
     const Field* getInstanceField(int i) const { return &instanceFields[i]; }
@@ -99,11 +102,12 @@ private:
     PRBSharedText sourceName;
     std::atomic<jobjectID> classId{nullptr};
     std::atomic<jobjectID> superClass{nullptr};
-    int numInterfaces = 0;
+    std::atomic<int> numInterfaces{0};
     Field* staticFields = nullptr;
     Field* instanceFields = nullptr;
-    int numStaticFields = 0;
-    int numInstanceFields = 0;
+    // Set after the fields are.
+    std::atomic<int> numStaticFields{0};
+    std::atomic<int> numInstanceFields{0};
     std::atomic<long long> liveObjects{0};
     std::atomic<long long> liveBytes{0};
     std::atomic<long long> allocations{0};
