@@ -3,12 +3,15 @@
 #include <algorithm>
 #include <atomic>
 #include <limits>
+#include <memory>
 #include <mutex>
 
 #include "bridge/Arenas.h"
 #include "bridge/BridgeLink.h"
 #include "bridge/ClassEvents.h"
+#include "bridge/ClassMemo.h"
 #include "bridge/ClassTypes.h"
+#include "bridge/CollectionEvents.h"
 #include "bridge/Context.h"
 #include "bridge/HandleSlots.h"
 #include "bridge/HeapFigures.h"
@@ -27,6 +30,7 @@ namespace {
 
 std::atomic<uint32_t> classClassId{0}; // java.lang.Class
 std::atomic<bool> slotsVerified{false};
+std::atomic<bool> epochsCounted{false};
 std::atomic<bool> tracking{false};
 std::atomic<bool> freesRefused{false};
 
@@ -43,6 +47,27 @@ public:
 ClassTypes& classTypes() {
     static ClassTypes& the = *new ClassTypes;
     return the;
+}
+
+// The calling thread's; null when memory is short.
+ClassMemo* classMemo() {
+    // The pointer is looked at with every allocation, also by threads that are ending.
+    __attribute__((tls_model("initial-exec"))) static constinit thread_local ClassMemo* memo =
+        nullptr;
+    struct Holder {
+        std::unique_ptr<ClassMemo> held;
+        bool ended = false;
+        ~Holder() {
+            memo = nullptr;
+            ended = true;
+        }
+    };
+    static thread_local Holder holder;
+    if (!memo && !holder.ended) {
+        holder.held.reset(new (std::nothrow) ClassMemo);
+        memo = holder.held.get();
+    }
+    return memo;
 }
 
 TrackedObjects& tracked() {
@@ -72,14 +97,38 @@ uint32_t classIdOf(JNIEnv* jni, jclass type) {
     return objectIds().of(jni, type); // first sight
 }
 
+// kUnknown while the class is being read on another thread.
 jint typeOf(uint32_t classId) {
     const jint known = classTypes().find(classId);
     if (known != ClassTypes::kUnknown) return known;
     const ClassRecord::Pointer record = classes().find(classId);
-    if (!record) return JVMPI_NORMAL_OBJECT; // being read on another thread: ask again
+    if (!record) return ClassTypes::kUnknown;
     const jint type = ObjectEvents::typeOf(record->name());
     classTypes().put(classId, type);
     return type;
+}
+
+KnownClass askClass(JNIEnv* jni, jclass type) {
+    const uint32_t id = classIdOf(jni, type);
+    return {id, typeOf(id)};
+}
+
+// The address of a class object tells the class as long as no collection comes between the look
+// at the address and what is known of it.
+KnownClass classOf(JNIEnv* jni, jclass type) {
+    const bool canLook = epochsCounted.load(std::memory_order_relaxed) &&
+                         slotsVerified.load(std::memory_order_relaxed);
+    ClassMemo* memo = canLook ? classMemo() : nullptr;
+    if (!memo) return askClass(jni, type);
+    const uint32_t epoch = CollectionEvents::epoch();
+    const void* mirror = HandleSlots::peek(type);
+    std::atomic_thread_fence(std::memory_order_acquire);
+    if (CollectionEvents::epoch() == epoch)
+        if (const KnownClass* known = memo->find(mirror, epoch)) return *known;
+    const KnownClass asked = askClass(jni, type);
+    if (asked.id != 0 && asked.type != ClassTypes::kUnknown && CollectionEvents::epoch() == epoch)
+        memo->put(mirror, epoch, asked);
+    return asked;
 }
 
 void track(JNIEnv* jni, jobject object, uint32_t id) {
@@ -91,16 +140,17 @@ void track(JNIEnv* jni, jobject object, uint32_t id) {
 }
 
 void deliver(JNIEnv* jni, jobject object, jclass type, jlong size) {
-    const uint32_t classId = classIdOf(jni, type);
-    if (classId == 0 || classId == classClassId.load(std::memory_order_relaxed)) return;
+    const KnownClass known = classOf(jni, type);
+    if (known.id == 0 || known.id == classClassId.load(std::memory_order_relaxed)) return;
     const bool look = slotsVerified.load(std::memory_order_relaxed);
     const uint32_t id = transientIds().take();
     JVMPI_Event event{};
     event.event_type = JVMPI_EVENT_OBJECT_ALLOC;
     event.env_id = jni;
     event.u.obj_alloc.arena_id = Arenas::ofNew(look ? object : nullptr, size);
-    event.u.obj_alloc.class_id = idOf(classId);
-    event.u.obj_alloc.is_array = typeOf(classId);
+    event.u.obj_alloc.class_id = idOf(known.id);
+    event.u.obj_alloc.is_array =
+        known.type == ClassTypes::kUnknown ? jint{JVMPI_NORMAL_OBJECT} : known.type;
     event.u.obj_alloc.size =
         static_cast<jint>(std::min<jlong>(size, std::numeric_limits<jint>::max()));
     event.u.obj_alloc.obj_id = idOf(id);
@@ -138,6 +188,12 @@ jint beginTracking(JNIEnv* jni) {
     const jint result = VmEvents::follow(VmEventGroup::kCollections);
     if (result == JVMPI_SUCCESS) tracking.store(true, std::memory_order_release);
     return result;
+}
+
+void countEpochs() {
+    epochsCounted.store(VmEvents::follow(VmEventGroup::kCollections) == JVMPI_SUCCESS,
+                        std::memory_order_relaxed);
+    CollectionEvents::newEpoch(); // what is remembered from before may have moved
 }
 
 // What threads have reserved for themselves before the event was on they fill without telling
@@ -184,6 +240,7 @@ jint AllocationEvents::enable() {
     JNIEnv* jni = isLive() ? currentEnv() : nullptr;
     const bool late = jni && !VmEvents::taken(VmEventGroup::kAllocations);
     if (jni) verifySlots(jni);
+    countEpochs();
     const jint result = VmEvents::follow(VmEventGroup::kAllocations);
     if (!jni || result != JVMPI_SUCCESS) return result;
     if (late)
@@ -193,7 +250,10 @@ jint AllocationEvents::enable() {
     return JVMPI_SUCCESS;
 }
 
-void AllocationEvents::disable() { VmEvents::follow(VmEventGroup::kAllocations); }
+void AllocationEvents::disable() {
+    VmEvents::follow(VmEventGroup::kAllocations);
+    VmEvents::follow(VmEventGroup::kCollections);
+}
 
 bool AllocationEvents::freesAvailable() {
     return context().options.frees() && VmEvents::available(VmEventGroup::kAllocations) &&

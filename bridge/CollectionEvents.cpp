@@ -1,5 +1,6 @@
 #include "bridge/CollectionEvents.h"
 
+#include <atomic>
 #include <optional>
 
 #include "bridge/AllocationEvents.h"
@@ -19,6 +20,8 @@ struct Collection {
     bool finishIsDue = false;
     std::optional<CollectionScope> scope;
 };
+std::atomic<uint32_t> currentEpoch{1};
+
 Collection& collection() {
     static Collection& the = *new Collection;
     return the;
@@ -37,7 +40,12 @@ void deliver(jint type, const HeapSpace& space) {
 
 } // namespace
 
+uint32_t CollectionEvents::epoch() { return currentEpoch.load(std::memory_order_acquire); }
+
+void CollectionEvents::newEpoch() { currentEpoch.fetch_add(1, std::memory_order_acq_rel); }
+
 void CollectionEvents::started() noexcept try {
+    newEpoch();
     if (!isLive()) return;
     const bool start = events().isEnabled(JVMPI_EVENT_GC_START);
     Collection& the = collection();
@@ -53,6 +61,7 @@ void CollectionEvents::started() noexcept try {
 }
 
 void CollectionEvents::finished() noexcept try {
+    newEpoch();
     Collection& the = collection();
     if (the.scope) AllocationEvents::collect();
     if (the.finishIsDue) {

@@ -11,6 +11,8 @@
 #ifndef PRB_BRIDGE_COLLECTIONEVENTS_H
 #define PRB_BRIDGE_COLLECTIONEVENTS_H
 
+#include <cstdint>
+
 namespace bridge {
 
 class CollectionEvents {
@@ -18,6 +20,13 @@ public:
     // The VM's callbacks; no exception comes out.
     static void started() noexcept;
     static void finished() noexcept;
+
+    // Another number after every start and every finish that the VM has told: objects stay where
+    // they are while it is the same, with collectors that stop the world to move them. Counts
+    // while one of the events of collections, or OBJECT_ALLOC or OBJECT_FREE, is enabled.
+    static uint32_t epoch();
+    // Counts one up: nobody has counted for a while.
+    static void newEpoch();
 };
 
 } // namespace bridge
