@@ -2,6 +2,7 @@
 
 #include <cerrno>
 #include <cstring>
+#include <string_view>
 
 #include <dlfcn.h>
 #include <elf.h>
@@ -64,6 +65,20 @@ std::string AgentLibrary::checkLibrary(const std::string& path) {
                std::to_string(kBits) + "-bit JVM: name the " + std::to_string(kBits) +
                "-bit one by lib=";
     return {};
+}
+
+std::string AgentLibrary::otherBridge(JavaVM* vm) {
+    // The bridge puts its own function in the place of the VM's.
+    Dl_info owner{};
+    Dl_info self{};
+    if (dladdr(reinterpret_cast<void*>(vm->functions->GetEnv), &owner) == 0 || !owner.dli_fname ||
+        dladdr(reinterpret_cast<void*>(&readStart), &self) == 0 ||
+        owner.dli_fbase == self.dli_fbase)
+        return {};
+    const std::string path = owner.dli_fname;
+    constexpr std::string_view kName = "libprbbridge.so";
+    const size_t slash = path.rfind('/');
+    return path.compare(slash + 1, std::string::npos, kName) == 0 ? path : std::string();
 }
 
 std::string AgentLibrary::load(const std::string& path) {

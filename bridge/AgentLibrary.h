@@ -22,6 +22,9 @@ public:
     static std::string checkJar(const std::string& path);
     static std::string checkLibrary(const std::string& path);
 
+    // Another copy of the bridge that is at work in this VM, or an empty text.
+    static std::string otherBridge(JavaVM* vm);
+
     // Loads the library and keeps it for the life of the process. Answers a problem as above.
     static std::string load(const std::string& path);
     // Calls its JVM_OnLoad with the text. Answers a problem as above. REQUIRES: loaded.

@@ -1,5 +1,6 @@
 #include "bridge/BridgeLink.h"
 
+#include <cstring>
 #include <mutex>
 
 #include <jvmti.h>
@@ -12,6 +13,7 @@
 #include "bridge/Jvmti.h"
 #include "bridge/ObjectIds.h"
 #include "bridge/RawMonitor.h"
+#include "bridge/Report.h"
 #include "bridge/SampleSignal.h"
 #include "bridge/ThreadTable.h"
 
@@ -86,6 +88,15 @@ std::string& limits() {
     static std::string& text = *new std::string;
     return text;
 }
+std::string& collectionLimit() {
+    static std::string& text = *new std::string;
+    return text;
+}
+
+void addText(std::string& list, const std::string& text) {
+    if (!list.empty() && !text.empty()) list += "; ";
+    list += text;
+}
 
 std::string vmProperty(const char* name) {
     JvmtiText value(context().jvmti);
@@ -106,7 +117,9 @@ std::string currentLimits() {
     std::string lost;
     if (context().sampler && context().sampler->handlerLost(lost)) noteLimit(lost);
     std::lock_guard<std::mutex> guard(limitsMutex);
-    return limits();
+    std::string all = collectionLimit();
+    addText(all, limits());
+    return all;
 }
 
 // A kind of data and the events without which it cannot be had.
@@ -184,12 +197,21 @@ jobjectArray JNICALL facts(JNIEnv* jni, jclass) try {
     return nullptr;
 }
 
+// A line that the Java side has written to standard error.
+void JNICALL said(JNIEnv* jni, jclass, jstring line) {
+    const char* text = line ? jni->GetStringUTFChars(line, nullptr) : nullptr;
+    if (!text) return;
+    tellListener(text, static_cast<unsigned>(strlen(text)));
+    jni->ReleaseStringUTFChars(line, text);
+}
+
 struct NativeRow {
     const char* name;
     void* function;
 };
 const NativeRow kNatives[] = {{"counters", reinterpret_cast<void*>(counters)},
-                              {"facts", reinterpret_cast<void*>(facts)}};
+                              {"facts", reinterpret_cast<void*>(facts)},
+                              {"said", reinterpret_cast<void*>(said)}};
 
 } // namespace
 
@@ -213,8 +235,13 @@ std::vector<jlong> counterValues() {
 
 void noteLimit(const std::string& text) {
     std::lock_guard<std::mutex> guard(limitsMutex);
-    if (!limits().empty()) limits() += "; ";
-    limits() += text;
+    // A second collection of the same JVM has the same limits.
+    if (limits().find(text) == std::string::npos) addText(limits(), text);
+}
+
+void setCollectionLimit(const std::string& text) {
+    std::lock_guard<std::mutex> guard(limitsMutex);
+    collectionLimit() = text;
 }
 
 std::vector<std::string> bridgeFacts() {

@@ -21,6 +21,8 @@ std::vector<jlong> counterValues();
 
 // Something that this run has to do without, in words; it travels in the fact "limits".
 void noteLimit(const std::string& text);
+// The same for the present collection alone; replaces what was said for the one before.
+void setCollectionLimit(const std::string& text);
 
 // The facts as "key=value".
 std::vector<std::string> bridgeFacts();

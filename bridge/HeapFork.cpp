@@ -1,5 +1,6 @@
 #include "bridge/HeapFork.h"
 
+#include <atomic>
 #include <cstdint>
 
 #include <pthread.h>
@@ -12,7 +13,12 @@ namespace {
 void* heapStart = nullptr; // set once, before the handler is in place
 size_t heapBytes = 0;
 
-void mark() { madvise(heapStart, heapBytes, MADV_DONTFORK); }
+std::atomic<bool> marking{false};
+bool handlerInPlace = false; // a handler cannot be taken back
+
+void mark() {
+    if (marking.load(std::memory_order_acquire)) madvise(heapStart, heapBytes, MADV_DONTFORK);
+}
 
 } // namespace
 
@@ -33,8 +39,16 @@ bool protectHeapFromFork(const VmStructs& vm) {
     if (from % page != 0) return false;
     heapStart = reinterpret_cast<void*>(from);
     heapBytes = bytes;
-    return madvise(heapStart, heapBytes, MADV_DONTFORK) == 0 &&
-           pthread_atfork(mark, nullptr, nullptr) == 0;
+    if (madvise(heapStart, heapBytes, MADV_DONTFORK) != 0) return false;
+    if (!handlerInPlace && pthread_atfork(mark, nullptr, nullptr) != 0) return false;
+    handlerInPlace = true;
+    marking.store(true, std::memory_order_release);
+    return true;
+}
+
+void unprotectHeapFromFork() {
+    if (marking.exchange(false, std::memory_order_acq_rel))
+        madvise(heapStart, heapBytes, MADV_DOFORK);
 }
 
 } // namespace bridge

@@ -10,8 +10,12 @@ namespace bridge {
 // Marks the reserved range of the heap (MADV_DONTFORK), now and before each fork: where the heap
 // has grown since, the VM has mapped fresh pages without the mark. Answers false if the VM does
 // not name the range or the kernel refuses: forks then work as before, at a price.
-// REQUIRES: the heap exists (VMInit).
+// May be called again after unprotectHeapFromFork(). REQUIRES: the heap exists (VMInit).
 bool protectHeapFromFork(const VmStructs& vm);
+
+// Takes the mark off again; forks copy the heap as they did before. Does nothing if it was not
+// set.
+void unprotectHeapFromFork();
 
 } // namespace bridge
 

@@ -38,9 +38,6 @@ constexpr BoundClass kClasses[] = {
 };
 #undef PRB_PACKAGE
 
-jclass driverClass = nullptr; // a global reference, when the driver is to be stopped at VMDeath
-jmethodID driverStop = nullptr;
-
 // The pending exception as a text, cleared.
 std::string takeException(JNIEnv* jni) {
     LocalRef<jthrowable> thrown(jni, jni->ExceptionOccurred());
@@ -108,28 +105,59 @@ std::string callOnLoad(void* library) {
     return {};
 }
 
-std::string launch(JNIEnv* jni, void* library) {
+// The driver's methods; there once the natives are bound.
+struct Driver {
+    jclass type = nullptr; // a global reference
+    jmethodID start = nullptr;
+    jmethodID stop = nullptr;
+    jmethodID stopAtShutdown = nullptr;
+    jmethodID capture = nullptr;
+    bool hooked = false; // it stops by a shutdown hook
+};
+Driver driver;
+
+struct MethodRow {
+    jmethodID Driver::*method;
+    const char* name;
+    const char* signature;
+};
+constexpr MethodRow kMethods[] = {
+    {&Driver::start, "start", "(Ljava/lang/String;)V"},
+    {&Driver::stop, "stop", "()V"},
+    {&Driver::stopAtShutdown, "stopAtShutdown", "()V"},
+    {&Driver::capture, "capture", "()Ljava/lang/String;"},
+};
+
+// Binds every native and finds the driver. Answers an empty text, or what is wrong.
+std::string prepare(JNIEnv* jni, void* library) {
+    if (driver.type) return {};
     if (std::string problem = callOnLoad(library); !problem.empty()) return problem;
     for (const BoundClass& owner : kClasses)
         if (std::string problem = bind(jni, owner, library); !problem.empty()) return problem;
     LocalRef<jclass> found(jni, jni->FindClass(kDriverClass));
     if (!found) return std::string(kDriverClass) + " is not in the jar: " + takeException(jni);
-    const jmethodID start = jni->GetStaticMethodID(found.get(), "start", "(Ljava/lang/String;)V");
-    const jmethodID stop = start ? jni->GetStaticMethodID(found.get(), "stop", "()V") : nullptr;
-    if (!stop) return std::string(kDriverClass) + " is not of this release: " + takeException(jni);
-    const jmethodID hook = jni->GetStaticMethodID(found.get(), "stopAtShutdown", "()V");
-    if (!hook) return std::string(kDriverClass) + " is not of this release: " + takeException(jni);
+    Driver ready;
+    for (const MethodRow& row : kMethods) {
+        ready.*row.method = jni->GetStaticMethodID(found.get(), row.name, row.signature);
+        if (!(ready.*row.method))
+            return std::string(kDriverClass) + " is not of this release: " + takeException(jni);
+    }
+    ready.type = static_cast<jclass>(jni->NewGlobalRef(found.get()));
+    if (!ready.type) return "memory is short";
+    driver = ready;
+    return {};
+}
+
+std::string launch(JNIEnv* jni, void* library) {
+    if (std::string problem = prepare(jni, library); !problem.empty()) return problem;
     LocalRef<jstring> text(jni, jni->NewStringUTF(context().options.text().c_str()));
     if (!text) return "the option text cannot be passed on: " + takeException(jni);
-    jni->CallStaticVoidMethod(found.get(), start, text.get());
+    jni->CallStaticVoidMethod(driver.type, driver.start, text.get());
     if (jni->ExceptionCheck()) return "the Java driver failed: " + takeException(jni);
-    if (collectorEndsBeforeVmDeath()) {
-        jni->CallStaticVoidMethod(found.get(), hook);
-        if (jni->ExceptionCheck()) return "the Java driver has no end: " + takeException(jni);
-        return {};
-    }
-    driverClass = static_cast<jclass>(jni->NewGlobalRef(found.get()));
-    driverStop = stop;
+    if (driver.hooked || !collectorEndsBeforeVmDeath()) return {};
+    jni->CallStaticVoidMethod(driver.type, driver.stopAtShutdown);
+    if (jni->ExceptionCheck()) return "the Java driver has no end: " + takeException(jni);
+    driver.hooked = true;
     return {};
 }
 
@@ -141,13 +169,30 @@ void JavaDriver::start(JNIEnv* jni, void* library) {
     if (!problem.empty()) report("%s; the program runs unprofiled", problem.c_str());
 }
 
-void JavaDriver::stop(JNIEnv* jni) {
-    if (!driverClass) return;
+std::string JavaDriver::capture(JNIEnv* jni) {
+    if (!driver.type) return {};
     ExceptionShelter shelter(jni);
-    jni->CallStaticVoidMethod(driverClass, driverStop);
+    LocalRef<jstring> path(
+        jni, static_cast<jstring>(jni->CallStaticObjectMethod(driver.type, driver.capture)));
+    if (!path || jni->ExceptionCheck()) return {};
+    const char* text = jni->GetStringUTFChars(path.get(), nullptr);
+    if (!text) return {};
+    std::string result = text;
+    jni->ReleaseStringUTFChars(path.get(), text);
+    return result;
+}
+
+void JavaDriver::end(JNIEnv* jni) {
+    if (!driver.type) return;
+    ExceptionShelter shelter(jni);
+    jni->CallStaticVoidMethod(driver.type, driver.stop);
     if (jni->ExceptionCheck())
         report("the Java driver failed to stop: %s; the capture lacks its end",
                takeException(jni).c_str());
+}
+
+void JavaDriver::stop(JNIEnv* jni) {
+    if (!driver.hooked) end(jni);
 }
 
 std::string JavaDriver::nativeName(const std::string& className, const std::string& method) {

@@ -16,9 +16,13 @@ namespace bridge {
 
 class JavaDriver {
 public:
-    // Calls the library's JNI_OnLoad, binds the natives, starts the driver. What goes wrong is
-    // said in one line and the program runs on unprofiled.
+    // Starts a collection; the first time calls the library's JNI_OnLoad and binds the natives.
+    // What goes wrong is said in one line and the program runs on unprofiled.
     static void start(JNIEnv* jni, void* library);
+    // The absolute path of the capture that is being written; empty when no collection runs.
+    static std::string capture(JNIEnv* jni);
+    // Ends the collection, if one runs: returns when its last poll is written.
+    static void end(JNIEnv* jni);
     // VMDeath: takes the last poll; returns when it is written. Does nothing if start() did not
     // succeed, or where the driver has a shutdown hook instead (CollectorThreads.h).
     static void stop(JNIEnv* jni);

@@ -136,6 +136,12 @@ const Options::Row Options::kRows[] = {
      [](Options& o, const std::string& v) { return readMasks(v, o.methods_); }},
     {"quiet", "yes or no",
      [](Options& o, const std::string& v) { return readWord(kYesNo, v, o.quiet_); }},
+    {"recompile", "yes or no",
+     [](Options& o, const std::string& v) { return readWord(kYesNo, v, o.recompile_); }},
+    {"detach", "yes or no",
+     [](Options& o, const std::string& v) { return readWord(kYesNo, v, o.detach_); }},
+    {"reply", "the path of the file that gets the answer",
+     [](Options& o, const std::string& v) { return readText(v, o.reply_); }},
 };
 
 std::string Options::parse(const char* text) {

@@ -40,7 +40,10 @@ public:
     const std::string& jar() const { return jar_; }   // empty: beside the bridge
     const std::string& file() const { return file_; } // capture file, %p not yet replaced
     const std::string& name() const { return name_; }
+    const std::string& reply() const { return reply_; } // file for the answer of an attach
     bool driver() const { return driver_; }
+    bool recompile() const { return recompile_; } // attach: drop code compiled before
+    bool detach() const { return detach_; }       // end the collection in place of beginning one
     bool protectForks() const { return protectForks_; }
     bool frees() const { return frees_; }
     bool quiet() const { return quiet_; }
@@ -62,7 +65,10 @@ private:
     std::string jar_;
     std::string file_;
     std::string name_;
+    std::string reply_;
     bool driver_ = true;
+    bool recompile_ = false;
+    bool detach_ = false;
     bool protectForks_ = true;
     bool frees_ = true;
     bool quiet_ = false;

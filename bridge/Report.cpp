@@ -13,6 +13,7 @@ namespace {
 
 constexpr char kPrefix[] = "prbprof: ";
 std::atomic<bool> quiet{false};
+std::atomic<ReportListener> listener{nullptr};
 
 __attribute__((format(printf, 1, 0))) void writeLine(const char* format, va_list arguments) {
     const int savedErrno = errno;
@@ -29,6 +30,7 @@ __attribute__((format(printf, 1, 0))) void writeLine(const char* format, va_list
     line[length++] = '\n';
     // A closed or full standard error is no reason to disturb the program.
     [[maybe_unused]] const ssize_t written = write(STDERR_FILENO, line, length);
+    tellListener(line, static_cast<unsigned>(length));
     errno = savedErrno;
 }
 
@@ -39,6 +41,14 @@ void report(const char* format, ...) {
     va_start(arguments, format);
     writeLine(format, arguments);
     va_end(arguments);
+}
+
+void setReportListener(ReportListener now) noexcept {
+    listener.store(now, std::memory_order_release);
+}
+
+void tellListener(const char* line, unsigned length) noexcept {
+    if (const ReportListener now = listener.load(std::memory_order_acquire)) now(line, length);
 }
 
 void setQuiet(bool on) noexcept { quiet.store(on, std::memory_order_relaxed); }

@@ -89,6 +89,17 @@ bool StackSampler::start(std::string& problem) {
     return installed_;
 }
 
+void StackSampler::stop() {
+    const std::lock_guard<std::mutex> mutex(callMutex_);
+    if (stopped_) {
+        releaseAll();
+        threads_.lock().unlock();
+    }
+    if (installed_) SampleSignal::uninstall();
+    installed_ = signalReady_ = false;
+    lossTold_ = false;
+}
+
 bool StackSampler::handlerLost(std::string& text) {
     const Call call(*this);
     if (lossTold_ || SampleSignal::number() == 0 || SampleSignal::stillOurs()) return false;

@@ -83,6 +83,9 @@ public:
     // Takes a signal and installs the handler. False if no signal is free: `problem` says so in
     // one line. Until then (and after a failure) no thread is ever stopped.
     bool start(std::string& problem);
+    // Gives the signal back: no thread is stopped any more, and threads that are stopped go on.
+    // start() may be called again.
+    void stop();
     // True, once, when somebody else's handler has replaced ours since; `text` says so in a line.
     bool handlerLost(std::string& text);
 

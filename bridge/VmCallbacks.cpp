@@ -177,6 +177,23 @@ std::string installCallbacks(jvmtiEnv* jvmti) {
     return {};
 }
 
+std::string wake() {
+    Context& the = context();
+    std::string problem;
+    if (!the.sampler->start(problem)) return problem;
+    the.jvmti->SetEventNotificationMode(JVMTI_ENABLE, JVMTI_EVENT_COMPILED_METHOD_LOAD, nullptr);
+    if (the.options.protectForks() && !protectHeapFromFork(the.vmStructs))
+        noteLimit("the heap is shared with forked children");
+    return {};
+}
+
+void rest() {
+    Context& the = context();
+    the.jvmti->SetEventNotificationMode(JVMTI_DISABLE, JVMTI_EVENT_COMPILED_METHOD_LOAD, nullptr);
+    the.sampler->stop();
+    unprotectHeapFromFork();
+}
+
 void beginLive(JNIEnv* jni) {
     Context& the = context();
     std::string problem;
@@ -188,15 +205,13 @@ void beginLive(JNIEnv* jni) {
     else if (!MonitorEvents::start(jni) || !AllocationEvents::start(jni))
         problem = "this JVM hides the fields of its threads";
     else
-        the.sampler->start(problem);
+        problem = wake();
     if (!problem.empty()) {
         the.phase.store(Phase::kOff, std::memory_order_release);
         report("%s; the program runs unprofiled", problem.c_str());
         return;
     }
     setMonitorVm({currentJavaThread, isStuckInVm});
-    if (the.options.protectForks() && !protectHeapFromFork(the.vmStructs))
-        noteLimit("the heap is shared with forked children");
     startHeapFigures(jni);
     // What was enabled while the VM took no switches.
     for (const VmEventGroup group :

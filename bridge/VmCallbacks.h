@@ -16,6 +16,13 @@ std::string installCallbacks(jvmtiEnv* jvmti);
 // Begins the live phase: from VMInit, or from late attach.
 void beginLive(JNIEnv* jni);
 
+// Between two collections the sampler's signal, the debug information of compiled code and the
+// heap's mark against forks are given back; threads and classes are followed as before, so that
+// the next collection knows them. REQUIRES: the live phase.
+void rest();
+// Takes them again. Answers an empty text, or why no collection can run.
+std::string wake();
+
 } // namespace bridge
 
 #endif

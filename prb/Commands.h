@@ -24,6 +24,12 @@ void fitToOutput(ReportOptions& options, std::FILE* out);
 int runCommand(const RunOptions& options, const ReportOptions& report,
                const std::string& reportFile, const std::vector<std::string>& command);
 
+// Profiles a JVM that runs: until it ends, until Ctrl-C, or for so many seconds (0: no limit).
+int attachCommand(int pid, const RunOptions& options, double seconds, const ReportOptions& report,
+                  const std::string& reportFile);
+// Ends the profile of a JVM; the JVM goes on.
+int detachCommand(int pid);
+
 int reportCommand(const std::string& file, ReportOptions options, std::FILE* out, std::FILE* err);
 
 // Every record as one line of JSON, key by key; what is unknown is shown by number.

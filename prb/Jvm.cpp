@@ -48,6 +48,20 @@ bool fileContains(const std::string& path, std::string_view text) {
     return false;
 }
 
+// Version and kind, from what lies in the home.
+void readHome(Jvm& jvm) {
+    if (!jvm.library.empty()) jvm.hotspot = fileContains(jvm.library, "gHotSpotVMStructs");
+    for (const char* place : {"release", "../release"}) {
+        std::ifstream release(fs::path(jvm.home) / place);
+        for (std::string line; std::getline(release, line);) {
+            const std::string version = valueOf(line, "JAVA_VERSION");
+            if (!version.empty()) jvm.version = version;
+        }
+        if (!jvm.version.empty()) break;
+    }
+    jvm.feature = featureOf(jvm.version);
+}
+
 } // namespace
 
 int elfBits(const std::string& path) {
@@ -93,16 +107,19 @@ Jvm inspectJvm(const std::string& executable) {
         }
     }
     jvm.bits = elfBits(jvm.library.empty() ? jvm.executable : jvm.library);
-    if (!jvm.library.empty()) jvm.hotspot = fileContains(jvm.library, "gHotSpotVMStructs");
-    for (const char* place : {"release", "../release"}) {
-        std::ifstream release(fs::path(jvm.home) / place);
-        for (std::string line; std::getline(release, line);) {
-            const std::string version = valueOf(line, "JAVA_VERSION");
-            if (!version.empty()) jvm.version = version;
-        }
-        if (!jvm.version.empty()) break;
-    }
-    jvm.feature = featureOf(jvm.version);
+    readHome(jvm);
+    return jvm;
+}
+
+Jvm inspectLibrary(const std::string& library) {
+    Jvm jvm;
+    jvm.library = library;
+    jvm.bits = elfBits(library);
+    // lib/server/libjvm.so, or lib/<cpu>/server/libjvm.so in old ones.
+    fs::path home = fs::path(library).parent_path().parent_path().parent_path();
+    if (home.filename() == "lib") home = home.parent_path();
+    jvm.home = home.string();
+    readHome(jvm);
     return jvm;
 }
 

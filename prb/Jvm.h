@@ -28,6 +28,9 @@ std::string findOnPath(const std::string& name);
 // The JVM behind a `java`, `javac` or other launcher of a JDK.
 Jvm inspectJvm(const std::string& executable);
 
+// The JVM whose libjvm.so this is; no executable is known then.
+Jvm inspectLibrary(const std::string& library);
+
 // The JVM that a command with an unknown launcher will most likely start: `javaHome` if given,
 // else JAVA_HOME, else the java of the PATH.
 Jvm likelyJvm(const std::string& javaHome);

@@ -11,6 +11,7 @@ const char* const kFooter =
     "  prb run -- java -jar server.jar            profile a program, then show the report\n"
     "  prb run --interval 5 --out a.prb -- java -cp app.jar com.example.Main\n"
     "  prb run --report build.txt -- mvn package  a command that starts several JVMs\n"
+    "  prb attach 4711 --seconds 60               profile a JVM that is running\n"
     "  prb report a.prb --top 50 --sort total\n"
     "  prb report a.prb --format json\n"
     "  prb doctor                                 what works on this machine";
@@ -32,6 +33,37 @@ void addReportOptions(CLI::App& app, prb::ReportOptions& options) {
     app.add_option("--sort", options.sort, "methods by own, total or name (own)")
         ->transform(CLI::CheckedTransformer(kSorts).description(""))
         ->type_name("ORDER");
+}
+
+void addCollectionOptions(CLI::App& app, prb::RunOptions& options) {
+    app.add_option("--interval", options.intervalMs, "milliseconds between looks (10)")
+        ->check(CLI::Range(1, 10000).description(""))
+        ->type_name("MS");
+    app.add_option("--poll", options.pollSeconds, "seconds between polls (1)")
+        ->check(CLI::Range(0.05, 3600.0).description(""))
+        ->type_name("SECONDS");
+    app.add_option("--data", options.data,
+                   "what to collect, a list of: threads methods contention heap gc alloc errors "
+                   "self (threads,methods,errors,self)")
+        ->delimiter(',')
+        ->check(CLI::IsMember(kData).description(""))
+        ->type_name("LIST");
+    app.add_option("--classes", options.classes, "classes to monitor: masks with * and ? (all)")
+        ->delimiter(',')
+        ->type_name("MASKS");
+    app.add_option("--methods", options.methods,
+                   "methods to monitor: masks of class?method, as com.x.A?run or *run (all)")
+        ->delimiter(',')
+        ->type_name("MASKS");
+    app.add_option("--out,--output", options.out, "capture file; %p is the process id (prb-%p.prb)")
+        ->type_name("FILE");
+    app.add_option("--name", options.name, "the server's name in the capture (the main class)")
+        ->type_name("NAME");
+    app.add_option("--agent", options.agent, "options of the agent itself, as debug=yes")
+        ->type_name("KEY=VALUE");
+    app.add_option("--bridge", options.bridge, "options of the bridge itself, as fork=plain")
+        ->type_name("KEY=VALUE");
+    app.add_flag("--quiet", options.quiet, "no report at the end unless --report is given");
 }
 
 } // namespace
@@ -63,40 +95,32 @@ int main(int argc, char** argv) {
     CLI::App* runApp = app.add_subcommand("run", "profile a command and report on it");
     runApp->footer("The command stands behind --. Its output, input and exit code stay its own; "
                    "the report\ngoes to standard error, or to a file with --report.");
-    runApp->add_option("--interval", run.intervalMs, "milliseconds between looks (10)")
-        ->check(CLI::Range(1, 10000).description(""))
-        ->type_name("MS");
-    runApp->add_option("--poll", run.pollSeconds, "seconds between polls (1)")
-        ->check(CLI::Range(0.05, 3600.0).description(""))
-        ->type_name("SECONDS");
-    runApp
-        ->add_option("--data", run.data,
-                     "what to collect, a list of: threads methods contention heap gc alloc errors "
-                     "self (threads,methods,errors,self)")
-        ->delimiter(',')
-        ->check(CLI::IsMember(kData).description(""))
-        ->type_name("LIST");
-    runApp->add_option("--classes", run.classes, "classes to monitor: masks with * and ? (all)")
-        ->delimiter(',')
-        ->type_name("MASKS");
-    runApp
-        ->add_option("--methods", run.methods,
-                     "methods to monitor: masks of class?method, as com.x.A?run or *run (all)")
-        ->delimiter(',')
-        ->type_name("MASKS");
-    runApp->add_option("--out", run.out, "capture file; %p is the process id (prb-%p.prb)")
-        ->type_name("FILE");
+    addCollectionOptions(*runApp, run);
     runApp->add_option("--report", reportFile, "write the report to a file")->type_name("FILE");
-    runApp->add_option("--name", run.name, "the server's name in the capture (the main class)")
-        ->type_name("NAME");
     runApp->add_option("--java-home", run.javaHome, "the JDK whose java is meant")
         ->type_name("DIR");
-    runApp->add_option("--agent", run.agent, "options of the agent itself, as debug=yes")
-        ->type_name("KEY=VALUE");
-    runApp->add_option("--bridge", run.bridge, "options of the bridge itself, as fork=plain")
-        ->type_name("KEY=VALUE");
-    runApp->add_flag("--quiet", run.quiet, "no report at the end unless --report is given");
     addReportOptions(*runApp, report);
+
+    int pid = 0;
+    double seconds = 0;
+    bool recompile = false;
+    CLI::App* attachApp = app.add_subcommand("attach", "profile a JVM that is running");
+    attachApp->footer("Ctrl-C, --seconds or the program's end end the profile; the report follows "
+                      "and the program goes on.");
+    attachApp->add_option("PID", pid, "the process")->required()->check(CLI::PositiveNumber);
+    attachApp->add_option("--seconds", seconds, "how long (until Ctrl-C)")
+        ->check(CLI::Range(0.1, 1e7).description(""))
+        ->type_name("N");
+    attachApp->add_flag("--recompile", recompile,
+                        "have code compiled before compiled again, so that inlined methods are "
+                        "told apart (Java 17); the program is slower for some seconds");
+    addCollectionOptions(*attachApp, run);
+    attachApp->add_option("--report", reportFile, "write the report to a file")->type_name("FILE");
+    addReportOptions(*attachApp, report);
+
+    CLI::App* detachApp =
+        app.add_subcommand("detach", "end the profile of a running JVM, which goes on");
+    detachApp->add_option("PID", pid, "the process")->required()->check(CLI::PositiveNumber);
 
     CLI::App* reportApp = app.add_subcommand("report", "report on a capture file");
     reportApp->add_option("FILE", captureFile, "the capture")->required();
@@ -129,6 +153,9 @@ int main(int argc, char** argv) {
         std::fprintf(stderr, "prb: only 'prb run' takes a command behind --\n");
         return prb::kBadUsage;
     }
+    if (recompile) run.bridge.emplace_back("recompile=yes");
+    if (attachApp->parsed()) return prb::attachCommand(pid, run, seconds, report, reportFile);
+    if (detachApp->parsed()) return prb::detachCommand(pid);
     if (reportApp->parsed()) return prb::reportCommand(captureFile, report, stdout, stderr);
     if (decodeApp->parsed()) return prb::decodeCommand(captureFile, stdout, stderr);
     return prb::doctorCommand(javaHomes, stdout);

@@ -19,6 +19,9 @@ TEST(Options, nothingGivenLeavesTheDefaults) {
         EXPECT_TRUE(options.driver());
         EXPECT_TRUE(options.protectForks());
         EXPECT_FALSE(options.quiet());
+        EXPECT_FALSE(options.recompile());
+        EXPECT_FALSE(options.detach());
+        EXPECT_EQ("", options.reply());
         EXPECT_EQ(0u, options.data());
         EXPECT_EQ(0u, options.intervalMs());
         EXPECT_EQ(0u, options.pollMs());
@@ -30,7 +33,7 @@ TEST(Options, everyKeyIsRead) {
     const char text[] =
         "lib=/l/a.so,jar=/j.jar,driver=no,fork=plain,frees=no,file=/c-%p.prb,"
         "name=My server,data=threads+gc+self,interval=60000,poll=0.5,classes=a/*+b/C,methods=get*,"
-        "quiet=yes";
+        "quiet=yes,recompile=yes,detach=yes,reply=/r";
     ASSERT_EQ("", options.parse(text));
     EXPECT_EQ(text, options.text());
     EXPECT_EQ("/l/a.so", options.lib());
@@ -47,6 +50,9 @@ TEST(Options, everyKeyIsRead) {
     EXPECT_THAT(options.classes(), ElementsAre("a/*", "b/C"));
     EXPECT_THAT(options.methods(), ElementsAre("get*"));
     EXPECT_TRUE(options.quiet());
+    EXPECT_TRUE(options.recompile());
+    EXPECT_TRUE(options.detach());
+    EXPECT_EQ("/r", options.reply());
 }
 
 TEST(Options, aBackslashTakesTheMeaningOffCommasAndBackslashes) {
@@ -95,7 +101,7 @@ TEST_P(WrongOptionTest, isNamedWithWhatWouldBeRight) {
 }
 
 constexpr char kKeys[] = "lib, jar, driver, fork, frees, file, name, data, interval, poll, "
-                         "classes, methods, quiet, agent.KEY";
+                         "classes, methods, quiet, recompile, detach, reply, agent.KEY";
 constexpr char kData[] =
     "threads, methods, contention, heap, gc, alloc, errors or self, joined by '+'";
 const std::string kUnknown = std::string("option 'colour' is not known: the keys are ") + kKeys;

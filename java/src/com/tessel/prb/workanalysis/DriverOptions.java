@@ -13,7 +13,9 @@ final class DriverOptions {
     private static final long MAX_POLL_MS = 3600000;
 
     /** Keys that the bridge reads. */
-    private static final String[] OF_THE_BRIDGE = {"lib", "jar", "driver", "fork", "frees"};
+    private static final String[] OF_THE_BRIDGE = {
+        "lib", "jar", "driver", "fork", "frees", "recompile", "detach", "reply", "exact",
+    };
 
     /** The text as given. */
     final String text;

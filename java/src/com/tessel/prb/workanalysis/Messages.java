@@ -21,10 +21,12 @@ final class Messages {
 
     /** Says what costs the user data, or the whole profile. */
     static void say(String text) {
+        String line = "prbprof: " + text + "\n";
+        BridgeLink.tell(line);
         try {
             // Not closed: the descriptor is the program's.
             FileOutputStream stderr = new FileOutputStream(FileDescriptor.err);
-            stderr.write(("prbprof: " + text + "\n").getBytes());
+            stderr.write(line.getBytes());
         } catch (IOException e) {
             return; // Nobody reads standard error.
         }

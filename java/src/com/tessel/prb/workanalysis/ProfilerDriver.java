@@ -4,10 +4,11 @@ import java.io.File;
 import java.io.IOException;
 
 /**
- * Runs one collection from the start of the JVM to its end: starts it, polls the agent from a
- * thread of its own and appends what it gives to the capture file.
+ * Runs one collection: starts it, polls the agent from a thread of its own and appends what it
+ * gives to the capture file. When it has ended another one can be started.
  *
- * <p>The bridge calls {@link #start} when the VM is up and {@link #stop} when it goes down. As a
+ * <p>The bridge calls {@link #start} when the VM is up, or when somebody attaches to it, and
+ * {@link #stop} when it goes down, or when he leaves. As a
  * -javaagent, {@link #premain} does the same with a shutdown hook. Nothing that goes wrong here
  * reaches the program: it is said in one line, and the program runs on.
  */
@@ -22,7 +23,7 @@ public final class ProfilerDriver implements Runnable {
 
     private static final Object startLock = new Object();
     private static ProfilerDriver running;
-    private static boolean everStarted;
+    private static boolean hooked;
 
     private final Object lock = new Object();
     private final DriverOptions options;
@@ -62,7 +63,11 @@ public final class ProfilerDriver implements Runnable {
      * VM tells that it dies: Java code that allocates then may wait for memory for ever.
      */
     static void stopAtShutdown() {
-        if (isRunning()) {
+        synchronized (startLock) {
+            if (hooked || running == null) {
+                return;
+            }
+            hooked = true;
             // Plain names for what a thread dump shows.
             Runtime.getRuntime().addShutdownHook(new Thread(null, new StopHook(), "PRB_Stop_Thread"));
         }
@@ -72,11 +77,10 @@ public final class ProfilerDriver implements Runnable {
     static void start(String optionText) {
         try {
             synchronized (startLock) {
-                if (everStarted) {
+                if (running != null) {
                     Messages.remark("the profiler is started already, the second start is ignored");
                     return;
                 }
-                everStarted = true;
                 running = launch(new DriverOptions(optionText));
             }
         } catch (Throwable t) {
@@ -90,19 +94,26 @@ public final class ProfilerDriver implements Runnable {
             ProfilerDriver driver;
             synchronized (startLock) {
                 driver = running;
-                running = null;
             }
-            if (driver != null) {
-                driver.finish();
+            if (driver == null) {
+                return;
+            }
+            // Whoever stops it too, meanwhile, waits as well.
+            driver.finish();
+            synchronized (startLock) {
+                if (running == driver) {
+                    running = null;
+                }
             }
         } catch (Throwable t) {
             Messages.say("the capture may lack its end: " + t);
         }
     }
 
-    static boolean isRunning() {
+    /** The capture that is being written, as an absolute path; "" when no collection runs. */
+    static String capture() {
         synchronized (startLock) {
-            return running != null;
+            return running == null ? "" : new File(running.file.path()).getAbsolutePath();
         }
     }
 

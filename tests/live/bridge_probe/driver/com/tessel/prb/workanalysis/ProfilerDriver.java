@@ -15,6 +15,10 @@ final class ProfilerDriver {
         Runtime.getRuntime().addShutdownHook(new Thread(ProfilerDriver::stop));
     }
 
+    static String capture() {
+        return "";
+    }
+
     static void stop() {
         Profiler.check("facts", BridgeLink.facts());
         Profiler.check("counters", BridgeLink.counters());

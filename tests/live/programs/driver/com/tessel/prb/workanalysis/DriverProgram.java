@@ -11,7 +11,7 @@ final class DriverProgram {
         } else {
             ProfilerDriver.start(args[0]);
         }
-        System.out.println("running " + ProfilerDriver.isRunning());
+        System.out.println("running " + (ProfilerDriver.capture().length() != 0));
         Thread.sleep(Long.parseLong(args[1]));
         if (args[2].equals("interrupted")) {
             interruptEverybody();

@@ -1,0 +1,51 @@
+#include "tests/live/Background.h"
+
+#include "tests/live/Live.h"
+
+#include <cerrno>
+#include <csignal>
+#include <fcntl.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+namespace live {
+
+Background::Background(const std::vector<std::string>& argv) {
+    static int number = 0;
+    const std::string name = "background" + std::to_string(++number);
+    outFile_ = name + ".out";
+    errFile_ = name + ".err";
+    std::vector<char*> arguments;
+    for (const std::string& text : argv) arguments.push_back(const_cast<char*>(text.c_str()));
+    arguments.push_back(nullptr);
+    const int out = open(outFile_.c_str(), O_CREAT | O_TRUNC | O_WRONLY | O_CLOEXEC, 0600);
+    const int err = open(errFile_.c_str(), O_CREAT | O_TRUNC | O_WRONLY | O_CLOEXEC, 0600);
+    pid_ = fork();
+    if (pid_ == 0) {
+        dup2(out, STDOUT_FILENO);
+        dup2(err, STDERR_FILENO);
+        execvp(arguments[0], arguments.data());
+        _exit(127);
+    }
+    close(out);
+    close(err);
+}
+
+Background::~Background() {
+    if (ended_ || pid_ <= 0) return;
+    kill(pid_, SIGKILL);
+    wait();
+}
+
+std::string Background::out() const { return slurp(outFile_); }
+std::string Background::err() const { return slurp(errFile_); }
+
+int Background::wait() {
+    int status = 0;
+    while (waitpid(pid_, &status, 0) < 0 && errno == EINTR) {
+    }
+    ended_ = true;
+    return WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
+}
+
+} // namespace live
