@@ -155,8 +155,8 @@ void PRBDescribedAnchor::identify(const PRBSample& sample) {
 void PRBDescribedAnchor::makeWild() {
     setSampleType(_SampleType{0});
     setResourceName({});
+    for (unsigned i = 0; i < class_->numTexts; ++i) texts_[i].clear();
     for (const PRBAnchorClass* row = class_; row != nullptr; row = row->base)
         for (unsigned i = 0; i < row->numFields; ++i)
             if (!row->fields[i].isText()) numbers_[row->slot(i)] = row->fields[i].wild();
-    for (unsigned i = 0; i < class_->numTexts; ++i) texts_[i].clear();
 }

@@ -6,6 +6,8 @@
 
 #include "anchors/PRBAnchorCatalogue.h"
 
+// Names of classes and of their bases cannot stand in parentheses.
+// NOLINTBEGIN(bugprone-macro-parentheses)
 // The head of a class of a row: its one mechanism, or what an abstract one needs of it.
 #define PRB_ANCHOR(Name, Row, Base)                                                                \
     class Name : public PRBAnchorOf<Name, PRBAnchorCatalogue::Row, Base>
@@ -39,6 +41,8 @@ public:                                                                         
 #define PRB_NAME(Name)                                                                             \
     const std::string& get##Name() const { return getResourceName(); }                             \
     void set##Name(const std::string& value) { setResourceName(value); }
+
+// NOLINTEND(bugprone-macro-parentheses)
 
 // clang-format off
 // The server process.

@@ -22,10 +22,7 @@ unsigned getProperty(JNIEnv* env, const char* name, std::string& value) {
     auto text = static_cast<jstring>(env->CallStaticObjectMethod(system, method, key));
     if (PRBJni::clearException(env)) return kJavaException;
     PRBJni::UtfChars characters(env, text);
-    if (characters.get() == nullptr) {
-        PRBJni::dropException(env);
-        return kNoProperty;
-    }
+    if (characters.get() == nullptr) return kNoProperty;
     value = characters.get();
     return 0;
 }

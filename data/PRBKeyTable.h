@@ -37,6 +37,13 @@ struct PRBKeyTableEntry {
     std::uint32_t relatedKey; // the total or count that a derived value is taken over; 0: none
 };
 
+// What a scale code (0 to 3 in the table) multiplies with.
+constexpr int prbScaleMultiplier(std::uint32_t code) {
+    int multiplier = 1;
+    for (; code > 0; --code) multiplier *= 10;
+    return multiplier;
+}
+
 struct PRBInitKeyRow {
     std::uint32_t key, keyType, scaleCode, relatedKey;
 };

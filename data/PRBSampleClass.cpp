@@ -41,7 +41,7 @@ PRBCatalogueSample::PRBCatalogueSample(const PRBCatalogueSample& other)
     : PRBSample(other, OwnSlots{}), class_(other.class_), placement_(other.placement_) {}
 
 PRBCatalogueSample& PRBCatalogueSample::operator=(const PRBCatalogueSample& other) {
-    PRBSample::operator=(other);
+    if (this != &other) PRBSample::operator=(other);
     return *this;
 }
 

@@ -87,9 +87,7 @@ void dump(const void* data, std::size_t size, const char* title) {
 
 int PRBSample::getScaleFactorMultiplier(int key) {
     const PRBKeyTableEntry* entry = getKeyTableEntry(key);
-    int multiplier = 1;
-    for (std::uint32_t i = 0; entry != nullptr && i < entry->scaleCode; ++i) multiplier *= 10;
-    return multiplier;
+    return entry == nullptr ? 1 : prbScaleMultiplier(entry->scaleCode);
 }
 
 long long PRBSample::convertStringValueToInt(const char* text, unsigned key) {

@@ -146,6 +146,9 @@ TEST(KeyTable, RelatedKeysAreNumericKeys) {
 }
 
 TEST(KeyTable, ScaleCodesArePowersOfTen) {
+    constexpr int kMultipliers[] = {1, 10, 100, 1000};
+    for (std::uint32_t code = 0; code < 4; ++code)
+        EXPECT_EQ(prbScaleMultiplier(code), kMultipliers[code]);
     EXPECT_EQ(PRBSample::getScaleFactorMultiplier(2), 1);
     EXPECT_EQ(PRBSample::getScaleFactorMultiplier(1219), 1);
     EXPECT_EQ(PRBSample::getScaleFactorMultiplier(-5), 1);

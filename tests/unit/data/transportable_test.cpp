@@ -241,6 +241,17 @@ TEST(PlainRecord, CopyAndAssignmentTakeEncodingsAndADeepCopyOfTheSet) {
     EXPECT_EQ(target.getToBeSentAs(), 0);
 }
 
+TEST(PlainRecord, AssignmentTakesTheEncodingThatTheTextsCameIn) {
+    const std::string record = bytes("0003 0002 0000000D");
+    PRBBuffer buffer(record.data(), record.size());
+    const auto built = PRBTransportableData::buildFromBuffer(buffer);
+    ASSERT_NE(built, nullptr);
+    PRBTransportableData target;
+    target = *built;
+    EXPECT_EQ(target.getSourceEncoding(), 3);
+    EXPECT_EQ(std::unique_ptr<PRBTransportableData>(built->clone())->getSourceEncoding(), 3);
+}
+
 TEST(PlainRecord, TheEncodingIsTheFirstShort) {
     PRBTransportableData record;
     record.setToBeSentAs(_CharacterEncoding{0x12345});

@@ -100,7 +100,11 @@ TEST_F(Events, aReplayedClassLoadReplacesNothing) {
     EXPECT_EQ(early->peekClass(), cls);
     EXPECT_STREQ(early->peekMethodName(), "price");
     order.spec.name = "com/x/Renamed";
+    order.spec.methods[0].name = "renamed";
+    order.spec.methods[0].signature = "()J";
     vm.send.classLoad(worker, order, true);
+    EXPECT_STREQ(early->peekMethodName(), "price");
+    EXPECT_STREQ(early->peekMethodSignature(), "()I");
     EXPECT_EQ(findClass(order.id()), cls);
     EXPECT_STREQ(cls->getClassName(), "com/x/Order");
     EXPECT_EQ(PRBContext::getMethodTable()->entries(), 2u);

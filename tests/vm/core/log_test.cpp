@@ -79,10 +79,24 @@ TEST_F(Log, linesThatCannotBeWrittenAreLostAndTheNextTriesAgain) {
     EXPECT_EQ(logTexts(), Texts{"kept"});
 }
 
+TEST_F(Log, aFullDiskLosesTheLineAndNothingElse) {
+    const std::string name = TestFolder::logName();
+    ASSERT_EQ(symlink("/dev/full", name.c_str()), 0);
+    errno = 42;
+    PRBMonitorGlobal::writeToLog("lost", 1);
+    EXPECT_EQ(errno, 42);
+    ASSERT_EQ(unlink(name.c_str()), 0);
+    PRBMonitorGlobal::writeToLog("lost too", 1); // into what was open
+    PRBMonitorGlobal::writeToLog("kept", 1);
+    EXPECT_EQ(logTexts(), Texts{"kept"});
+    EXPECT_EQ(vm.monitors().heldNow(), Texts{});
+}
+
 TEST_F(Log, longLinesAreWrittenWhole) {
     const std::string text(100000, 'x');
     PRBMonitorGlobal::writeToLog(text.c_str(), 1);
-    EXPECT_EQ(logTexts(), Texts{text});
+    PRBTrace::log("%s%i", text.c_str(), 7);
+    EXPECT_EQ(logTexts(), (Texts{text, text + "7"}));
 }
 
 TEST_F(Log, takesItsMonitorOnlyWhenTold) {

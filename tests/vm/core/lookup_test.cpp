@@ -91,6 +91,17 @@ TEST_F(Lookup, theClassOfAnObject) {
     EXPECT_EQ(requests(), 0u);
 }
 
+TEST_F(Lookup, theClassOfAnObjectIsReplayedWithTheObject) {
+    auto& object = vm.allocate(vm.mainThread(), order, 40);
+    vm.setEnabled(JVMPI_EVENT_OBJECT_ALLOC, true);
+    ASSERT_EQ(findObject(object.id), nullptr);
+    PRBJavaClass* cls = monitor.getClassForObject(object.id);
+    ASSERT_NE(cls, nullptr);
+    EXPECT_EQ(cls, findClass(order.id()));
+    EXPECT_NE(findObject(object.id), nullptr);
+    EXPECT_EQ(monitor.getClassIDForObject(object.id), order.id());
+}
+
 TEST_F(Lookup, theClassOfAMethodIsReplayedWhenItIsUnknown) {
     PRBJavaClass* cls = monitor.getClassForMethod(order.methodId("price"));
     ASSERT_NE(cls, nullptr);
@@ -100,6 +111,15 @@ TEST_F(Lookup, theClassOfAMethodIsReplayedWhenItIsUnknown) {
     EXPECT_EQ(monitor.getClassIDForMethod(order.methodId("price")), order.id());
     EXPECT_EQ(vm.recorder().count("GetMethodClass"), 1u);
     EXPECT_EQ(monitor.getClassForMethod(nullptr), nullptr);
+}
+
+TEST_F(Lookup, aKnownClassIsReplayedForAMethodThatItCameWithout) {
+    auto* cls = new PRBJavaClass(order.id());
+    PRBContext::getClassTable()->insert(cls);
+    EXPECT_EQ(monitor.getClassForMethod(order.methodId("price")), cls);
+    EXPECT_EQ(requests(), 1u);
+    ASSERT_NE(findMethod(order.methodId("price")), nullptr);
+    EXPECT_EQ(findMethod(order.methodId("price"))->peekClass(), cls);
 }
 
 TEST_F(Lookup, aMethodWithoutAClassHasNone) {
