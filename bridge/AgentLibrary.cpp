@@ -28,7 +28,8 @@ ssize_t readStart(const std::string& path, unsigned char* bytes, size_t count) {
 }
 
 std::string cannotRead(const char* what, const std::string& path, const char* option) {
-    const std::string reason = strerror(errno);
+    char room[256]; // the GNU form: the text may lie there or be constant
+    const std::string reason = strerror_r(errno, room, sizeof room);
     return "cannot read " + path + " (" + reason + "): put " + what +
            " beside libprbbridge.so or name it by " + option + "=";
 }
@@ -86,7 +87,7 @@ std::string AgentLibrary::load(const std::string& path) {
     const std::string file = path.find('/') == std::string::npos ? "./" + path : path;
     loaded = dlopen(file.c_str(), RTLD_NOW | RTLD_GLOBAL);
     if (loaded) return {};
-    const char* reason = dlerror();
+    const char* reason = dlerror(); // NOLINT(concurrency-mt-unsafe): each thread has its own
     return std::string("cannot load the agent: ") + (reason ? reason : path.c_str()) +
            ": install the release's files again";
 }
