@@ -177,10 +177,10 @@ TEST_F(RawMonitorTest, exclusionHoldsWhileCollectionsBorrow) {
     std::atomic<int> violations{0};
     std::atomic<int> insideA{0};
     std::atomic<int> insideB{0};
-    std::vector<std::unique_ptr<FakeJavaThread>> javaThreads;
-    for (int i = 0; i < 3; i++) javaThreads.push_back(std::make_unique<FakeJavaThread>());
+    std::vector<std::unique_ptr<LedThread>> javaThreads;
+    for (int i = 0; i < 3; i++) javaThreads.push_back(std::make_unique<LedThread>());
 
-    const auto vmCall = [&](FakeJavaThread& java) {
+    const auto vmCall = [&](LedThread& java) {
         // Into the VM: at a safepoint the thread stays there.
         java.inVm = true;
         std::unique_lock<std::mutex> guard(safepoint);

@@ -17,17 +17,16 @@
 namespace bridge {
 
 // A Java thread as the monitors see it: an address, and whether the VM holds it.
-struct FakeJavaThread {
+struct LedThread {
     std::atomic<bool> inVm{false};
 };
-inline thread_local FakeJavaThread* selfAsJavaThread = nullptr;
+inline thread_local LedThread* selfAsJavaThread = nullptr;
 
 class RawMonitorTest : public testing::Test {
 protected:
     RawMonitorTest() {
-        setMonitorVm(
-            {[]() -> void* { return selfAsJavaThread; },
-             [](void* thread) { return static_cast<FakeJavaThread*>(thread)->inVm.load(); }});
+        setMonitorVm({[]() -> void* { return selfAsJavaThread; },
+                      [](void* thread) { return static_cast<LedThread*>(thread)->inVm.load(); }});
     }
     ~RawMonitorTest() override {
         for (RawMonitor* monitor : monitors) RawMonitor::destroy(monitor);
@@ -83,7 +82,7 @@ public:
         idle_ = false;
         changed_.notify_all();
     }
-    FakeJavaThread java;
+    LedThread java;
 
 private:
     void live() {
