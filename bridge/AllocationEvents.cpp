@@ -238,12 +238,14 @@ bool AllocationEvents::tracksFrees() { return tracking.load(std::memory_order_ac
 
 jint AllocationEvents::enable() {
     JNIEnv* jni = isLive() ? currentEnv() : nullptr;
-    const bool late = jni && !VmEvents::taken(VmEventGroup::kAllocations);
     if (jni) verifySlots(jni);
     countEpochs();
     const jint result = VmEvents::follow(VmEventGroup::kAllocations);
     if (!jni || result != JVMPI_SUCCESS) return result;
-    if (late)
+    static std::atomic<bool> said{false};
+    // Who attaches with data=alloc has been told already.
+    if (VmEvents::takenLate(VmEventGroup::kAllocations) &&
+        (context().options.data() & Options::kAlloc) == 0 && !said.exchange(true))
         noteLimit("allocations were asked for in a running JVM: about half a megabyte of each "
                   "thread that ran then is not counted");
     retireReserves();

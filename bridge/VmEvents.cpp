@@ -57,6 +57,7 @@ std::mutex& mutex() {
     return the;
 }
 bool isTaken[kVmEventGroups] = {}; // the capability
+bool isLate[kVmEventGroups] = {};  // taken in the live phase
 bool on[kCount] = {};
 
 bool wanted(const Row& row) {
@@ -76,6 +77,8 @@ jvmtiError takeLocked(VmEventGroup group) {
     if (error == JVMTI_ERROR_NONE && group == VmEventGroup::kAllocations)
         error = jvmti->SetHeapSamplingInterval(0); // every object
     isTaken[index] = error == JVMTI_ERROR_NONE;
+    jvmtiPhase phase = JVMTI_PHASE_LIVE;
+    isLate[index] = jvmti->GetPhase(&phase) != JVMTI_ERROR_NONE || phase == JVMTI_PHASE_LIVE;
     return error;
 }
 
@@ -108,9 +111,9 @@ bool VmEvents::take(VmEventGroup group) {
     return takeLocked(group) == JVMTI_ERROR_NONE;
 }
 
-bool VmEvents::taken(VmEventGroup group) {
+bool VmEvents::takenLate(VmEventGroup group) {
     std::lock_guard<std::mutex> guard(mutex());
-    return isTaken[static_cast<size_t>(group)];
+    return isTaken[static_cast<size_t>(group)] && isLate[static_cast<size_t>(group)];
 }
 
 jint VmEvents::follow(VmEventGroup group) {

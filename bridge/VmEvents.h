@@ -23,7 +23,8 @@ public:
     // Takes a group's capability now, for what has to be so from the first thread on. False if
     // the VM refuses.
     static bool take(VmEventGroup group);
-    static bool taken(VmEventGroup group);
+    // Whether the capability was taken in the live phase, when threads ran without it already.
+    static bool takenLate(VmEventGroup group);
 
     // Brings the VM's switches in line with what the profiler has enabled. Answers
     // JVMPI_SUCCESS, or JVMPI_NOT_AVAILABLE if the VM refuses. While the VM is between its start
