@@ -26,6 +26,12 @@ namespace {
 
 constexpr size_t kRecord = 5; // of level 0
 
+// Where a row of ids begins. A reader that keeps ids in an array by their low bits then has them
+// side by side and clear of the small numbers that classes and objects with ids for life have:
+// each of those that lay in the row would cost it a search to the row's end.
+constexpr uint32_t kRowAlignment = 1U << 23;
+constexpr uint32_t kRowOffset = 1U << 16;
+
 struct Free {
     void operator()(char* memory) const { free(memory); }
 };
@@ -53,7 +59,9 @@ uint32_t takeIds(uint32_t count) {
     if (count == 0) return TransientIds::kFirst;
     if (!events().isEnabled(JVMPI_EVENT_GC_FINISH) && !events().isEnabled(JVMPI_EVENT_OBJECT_ALLOC))
         transientIds().forget();
-    return transientIds().take(count);
+    const uint32_t room = transientIds().take(count + kRowAlignment);
+    if (room == 0) return transientIds().take(count);
+    return (room - kRowOffset + kRowAlignment - 1) / kRowAlignment * kRowAlignment + kRowOffset;
 }
 
 jint dumpObjects(JNIEnv* jni) {

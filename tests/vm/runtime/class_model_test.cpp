@@ -73,6 +73,36 @@ TEST_F(ClassModel, aClassKeepsWhatItsEventTold) {
     EXPECT_EQ(cls->getSuperClass(), scripted.id());
 }
 
+TEST_F(ClassModel, aClassThatWasToldWithoutMembersLearnsThemOnceWhenItIsToldAgain) {
+    JVMPI_Event event{};
+    auto& load = event.u.class_load;
+    load.class_name = "com/x/Late";
+    load.class_id = reinterpret_cast<jobjectID>(std::uintptr_t{0x777});
+    PRBJavaClass local(&event);
+    EXPECT_EQ(local.getNumStaticFields(), 0);
+
+    char name[] = "f", reference[] = "[I", number[] = "J";
+    JVMPI_Field statics[] = {{name, reference}, {name, number}};
+    JVMPI_Field instances[] = {{name, number}};
+    load.num_interfaces = 3;
+    load.num_static_fields = 2;
+    load.statics = statics;
+    load.num_instance_fields = 1;
+    load.instances = instances;
+    local.learnShape(&event);
+    EXPECT_EQ(local.getNumInterfaces(), 3);
+    ASSERT_EQ(local.getNumStaticFields(), 2);
+    EXPECT_EQ(local.getStaticField(0)->getType(), PRBJavaClass::Field::kArray);
+    EXPECT_EQ(local.getStaticField(1)->getType(), PRBJavaClass::Field::kLong);
+    ASSERT_EQ(local.getNumInstanceFields(), 1);
+
+    load.num_interfaces = 1;
+    load.num_static_fields = 0;
+    local.learnShape(&event);
+    EXPECT_EQ(local.getNumInterfaces(), 3);
+    EXPECT_EQ(local.getNumStaticFields(), 2);
+}
+
 TEST_F(ClassModel, fieldTypesAndLengths) {
     struct Row {
         const char* signature;
