@@ -91,7 +91,8 @@ protected:
 
     // Compares each poll that was taken between the two histograms with both of them. What the
     // JDK's own threads allocate and drop meanwhile is allowed for.
-    static void compare(const Profiled& profiled, int leastPolls) {
+    enum class Which { kAll, kKnown };
+    static void compare(const Profiled& profiled, int leastPolls, Which which = Which::kAll) {
         const std::vector<Timed> jvm = histograms(profiled.result.out);
         ASSERT_EQ(jvm.size(), 2U) << profiled.result.out;
         ASSERT_GT(jvm[0].classes.size(), 100U);
@@ -101,23 +102,26 @@ protected:
             if (poll.seconds * 1000 < jvm[0].end || poll.seconds * 1000 + 999 > jvm[1].begin)
                 continue;
             ++compared;
-            compareWith(jvm, poll.classes);
+            compareWith(jvm, poll.classes, which);
         }
         EXPECT_GE(compared, leastPolls);
     }
 
 private:
-    static void compareWith(const std::vector<Timed>& jvm, const ByClass& ours) {
+    static void compareWith(const std::vector<Timed>& jvm, const ByClass& ours, Which which) {
         int known = 0;
         for (const auto& [name, first] : jvm[0].classes) {
             if (name.find("0x") != std::string::npos) continue; // hidden: written differently
             const auto again = jvm[1].classes.find(name);
             const Count second = again == jvm[1].classes.end() ? Count{} : again->second;
             const auto found = ours.find(name);
-            ASSERT_TRUE(found != ours.end() || second.objects == 0) << name;
+            ASSERT_TRUE(found != ours.end() || second.objects == 0 ||
+                        (which == Which::kKnown && !isKnown(name)))
+                << name;
             if (found == ours.end()) continue;
             const Count& told = found->second;
             const bool mine = isKnown(name);
+            if (which == Which::kKnown && !mine) continue;
             known += mine ? 1 : 0;
             const long long slack = mine ? 0 : 64 + std::max(first.objects, second.objects) / 50;
             const long long slackBytes =
@@ -130,7 +134,9 @@ private:
         EXPECT_GE(known, 5); // leaves, pairs, colours, arrays of leaves, of colours
         // And nothing that the JVM does not have.
         for (const auto& [name, told] : ours) {
-            if (told.objects <= 64 || name.find("0x") != std::string::npos) continue;
+            if (which == Which::kKnown || told.objects <= 64 ||
+                name.find("0x") != std::string::npos)
+                continue;
             EXPECT_TRUE(jvm[0].classes.count(name) + jvm[1].classes.count(name) != 0) << name;
         }
     }
@@ -140,6 +146,29 @@ TEST_P(Heap, ByClassIsTheJvmsOwnHistogramPollAfterPoll) {
     compare(profileKnown("heap,errors,self", "0.25", {"-Xmx400m"},
                          {"--objects", "100000", "--between", "4000"}),
             2);
+}
+
+TEST_P(Heap, ByClassIsExactWhileAllocationsAreTracked) {
+    compare(profileKnown("heap,alloc,errors,self", "0.25", {"-Xmx400m"},
+                         {"--objects", "30000", "--between", "4000"}),
+            2);
+}
+
+TEST_P(Heap, ByClassOfAMillionObjectsIsExact) {
+    compare(profileKnown("heap,errors,self", "0.5", {"-Xmx900m"},
+                         {"--objects", "700000", "--between", "7000"}),
+            1);
+}
+
+TEST_P(Heap, WhatIsKeptIsCountedExactlyWhileOthersAllocateAndCollect) {
+    for (const char* collector : {"Serial", "Parallel", "G1", "Shenandoah", "Z"}) {
+        const std::string option = std::string("-XX:+Use") + collector + "GC";
+        if (run({jdk().home + "/bin/java", option, "-version"}).exitCode != 0) continue;
+        SCOPED_TRACE(option);
+        compare(profileKnown("heap,gc,errors,self", "0.25", {"-Xmx400m", option},
+                             {"--objects", "20000", "--between", "4000", "--storm", "1"}),
+                1, Which::kKnown);
+    }
 }
 
 TEST_P(Heap, DumpsLeaveNoIdsBehindHoweverManyObjectsTheyName) {
@@ -158,7 +187,8 @@ class References : public PerJdk {
 protected:
     // The JVM's options; rounds of questions, objects lying around, threads that collect.
     void ask(const std::vector<std::string>& options, const std::string& rounds,
-             const std::string& objects, const std::string& storms) {
+             const std::string& objects, const std::string& storms,
+             const std::string& polls = "no") {
         std::string agent = bridge(jdk());
         const std::string file = "libprbbridge.so";
         agent.replace(agent.rfind(file), file.size(), "libprbprof.so");
@@ -167,8 +197,8 @@ protected:
         argv.insert(argv.end(), options.begin(), options.end());
         argv.insert(argv.end(),
                     {"-cp", product("prbprof.jar") + ":" + product("tests/programs.jar"),
-                     "com.tessel.prb.workanalysis.ReferencesProbe", agent, rounds, objects,
-                     storms});
+                     "com.tessel.prb.workanalysis.ReferencesProbe", agent, rounds, objects, storms,
+                     polls});
         const prb::Captured result = run(argv);
         EXPECT_EQ(result.exitCode, 0) << result.out << result.err;
         EXPECT_THAT(result.out, testing::MatchesRegex("compared [0-9]+\n"));
@@ -180,6 +210,8 @@ TEST_P(References, AreThoseOfFieldsArraysAndStaticFieldsAndNoOthers) {
 }
 
 TEST_P(References, AreFoundWhileTheHeapIsCollectedAllTheTime) { ask({}, "4", "20000", "2"); }
+
+TEST_P(References, AreFoundWhileAnotherThreadPollsHeapData) { ask({}, "4", "20000", "1", "polls"); }
 
 TEST_P(References, AreFoundUnderEveryCollector) {
     for (const char* collector : {"Serial", "Parallel", "G1", "Shenandoah", "Z"}) {

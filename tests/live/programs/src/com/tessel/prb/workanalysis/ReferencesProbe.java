@@ -9,7 +9,8 @@ import java.util.Map;
  * Asks the agent who refers to given objects, where that is known. Prints a line for each
  * difference and, at the end, the number of comparisons; exits with 1 after a difference. The
  * arguments: the agent's path, how many times each question is asked, how many objects lie
- * around, how many threads allocate and force collections meanwhile.
+ * around, how many threads allocate and force collections meanwhile, and "polls" if another
+ * thread polls heap data all the while.
  */
 final class ReferencesProbe {
     private static int compared;
@@ -246,6 +247,29 @@ final class ReferencesProbe {
         }
     }
 
+    /** Polls of which each holds the classes of the heap: a dump of every object at each. */
+    private static final class Polls extends Thread {
+        Polls() {
+            super("polls");
+            Profiler.handleInitiateCollection(collector, DataKind.bitOf("heap"), 1, 10, "*", "*");
+        }
+
+        @Override
+        public void run() {
+            int polls = 0;
+            for (; !ended; polls++) {
+                byte[] records = Profiler.getProfilerData(collector, 0, null);
+                if (records == null || records.length < 10000) {
+                    differ("a poll without the heap's classes");
+                    return;
+                }
+            }
+            if (polls < 2) {
+                differ("polls: " + polls);
+            }
+        }
+    }
+
     private static Thread asking(final int rounds) {
         Thread thread = new Thread(new Runnable() {
             @Override
@@ -267,6 +291,10 @@ final class ReferencesProbe {
         for (int i = Integer.parseInt(args[3]); i > 0; i--) {
             new Storm().start();
         }
+        Polls polls = args[4].equals("polls") ? new Polls() : null;
+        if (polls != null) {
+            polls.start();
+        }
         Thread other = asking(rounds);
         for (int i = 0; i < rounds; i++) {
             questions();
@@ -275,6 +303,9 @@ final class ReferencesProbe {
         other.join();
         many(Integer.parseInt(args[2]));
         ended = true;
+        if (polls != null) {
+            polls.join();
+        }
         System.out.println("compared " + compared);
         System.exit(wrong == 0 ? 0 : 1);
     }
