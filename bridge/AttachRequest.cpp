@@ -95,6 +95,8 @@ void beginAgain(JNIEnv* jni, const Options& options) {
     Context& the = context();
     if (!options.agentText().empty() && options.agentText() != the.options.agentText())
         report("options of the agent itself count for the first collection only");
+    if (!options.exact().empty())
+        report("methods are timed exactly only from the JVM's start on; exact= is ignored");
     the.options = options;
     setQuiet(options.quiet());
     if (!Loader::needJar()) return;

@@ -8,6 +8,7 @@
 #include "bridge/AllocationEvents.h"
 #include "bridge/ClassEvents.h"
 #include "bridge/Context.h"
+#include "bridge/ExactMethods.h"
 #include "bridge/HeapDump.h"
 #include "bridge/Interface.h"
 #include "bridge/Jvmti.h"
@@ -168,6 +169,7 @@ const FactRow kFacts[] = {
     {"signal", [] { return std::to_string(SampleSignal::number()); }},
     {"fork", [] { return std::string(context().options.protectForks() ? "protect" : "plain"); }},
     {"limits", currentLimits},
+    {"nanoseconds", [] { return std::string(ExactMethods::isOn() ? "1" : "0"); }},
 };
 
 jlongArray JNICALL counters(JNIEnv* jni, jclass) try {
@@ -247,6 +249,8 @@ void setCollectionLimit(const std::string& text) {
 std::vector<std::string> bridgeFacts() {
     std::vector<std::string> facts;
     for (const FactRow& row : kFacts) facts.push_back(std::string(row.key) + "=" + row.read());
+    if (ExactMethods::isOn())
+        for (const std::string& line : ExactMethods::lines()) facts.push_back("exact=" + line);
     return facts;
 }
 

@@ -2,6 +2,7 @@
 
 #include "bridge/ClassReader.h"
 #include "bridge/Context.h"
+#include "bridge/ExactMethods.h"
 #include "bridge/Interface.h"
 #include "bridge/Jvmti.h"
 #include "bridge/ObjectIds.h"
@@ -28,6 +29,7 @@ ClassRecord::Pointer add(JNIEnv* jni, jclass mirror) {
     }
     ClassReader reader(context().jvmti, jni);
     if (!reader.read(mirror)) return nullptr;
+    if (ExactMethods::chosen()) ExactMethods::add(reader.description());
     ClassRecord::Pointer record = ClassRecord::make(id, reader.description());
     classes().put(record);
     return record;

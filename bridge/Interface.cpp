@@ -28,6 +28,7 @@ namespace {
 constexpr VmEventGroup kCollections = VmEventGroup::kCollections;
 constexpr VmEventGroup kMonitors = VmEventGroup::kMonitors;
 constexpr VmEventGroup kAllocations = VmEventGroup::kAllocations;
+constexpr VmEventGroup kMethods = VmEventGroup::kMethods;
 
 // An event that the VM is asked for when the profiler enables it.
 template <VmEventGroup kGroup> constexpr EventRow onDemand(jint type) {
@@ -44,6 +45,9 @@ const EventRow kEvents[] = {
     {JVMPI_EVENT_HEAP_DUMP, nullptr, nullptr, HeapDump::request},
     {JVMPI_EVENT_JVM_INIT_DONE, nullptr, nullptr, nullptr},
     {JVMPI_EVENT_JVM_SHUT_DOWN, nullptr, nullptr, nullptr},
+    // With the receiver (METHOD_ENTRY2) they are not to be had.
+    onDemand<kMethods>(JVMPI_EVENT_METHOD_ENTRY),
+    onDemand<kMethods>(JVMPI_EVENT_METHOD_EXIT),
     onDemand<kCollections>(JVMPI_EVENT_GC_START),
     onDemand<kCollections>(JVMPI_EVENT_GC_FINISH),
     onDemand<kMonitors>(JVMPI_EVENT_MONITOR_CONTENDED_ENTER),

@@ -81,6 +81,22 @@ bool readMasks(const std::string& text, std::vector<std::string>& masks) {
     return split(text, masks);
 }
 
+// CLASS or CLASS:METHOD, joined by '+'.
+bool readExact(const std::string& text, std::vector<Options::Exact>& masks) {
+    std::vector<std::string> items;
+    masks.clear();
+    if (!split(text, items)) return false;
+    for (const std::string& item : items) {
+        const size_t colon = item.find(':');
+        Options::Exact mask{item.substr(0, colon), "*"};
+        if (colon != std::string::npos) mask.method = item.substr(colon + 1);
+        if (mask.type.empty() || mask.method.empty()) return false;
+        std::replace(mask.type.begin(), mask.type.end(), '.', '/');
+        masks.push_back(mask);
+    }
+    return true;
+}
+
 bool readData(const std::string& text, uint32_t& bits) {
     std::vector<std::string> items;
     if (!split(text, items)) return false;
@@ -134,6 +150,8 @@ const Options::Row Options::kRows[] = {
      [](Options& o, const std::string& v) { return readMasks(v, o.classes_); }},
     {"methods", "method masks joined by '+'",
      [](Options& o, const std::string& v) { return readMasks(v, o.methods_); }},
+    {"exact", "masks of CLASS or CLASS:METHOD joined by '+'",
+     [](Options& o, const std::string& v) { return readExact(v, o.exact_); }},
     {"quiet", "yes or no",
      [](Options& o, const std::string& v) { return readWord(kYesNo, v, o.quiet_); }},
     {"recompile", "yes or no",

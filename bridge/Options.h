@@ -53,6 +53,13 @@ public:
     const std::vector<std::string>& classes() const { return classes_; }
     const std::vector<std::string>& methods() const { return methods_; }
 
+    // Methods that are timed exactly: masks with * and ?, the class with slashes.
+    struct Exact {
+        std::string type;
+        std::string method;
+    };
+    const std::vector<Exact>& exact() const { return exact_; }
+
 private:
     struct Row;
     static const Row kRows[];
@@ -77,6 +84,7 @@ private:
     uint32_t pollMs_ = 0;
     std::vector<std::string> classes_;
     std::vector<std::string> methods_;
+    std::vector<Exact> exact_;
 };
 
 } // namespace bridge

@@ -6,6 +6,7 @@
 #include "bridge/ClassEvents.h"
 #include "bridge/CollectionEvents.h"
 #include "bridge/Context.h"
+#include "bridge/ExactMethods.h"
 #include "bridge/HeapFigures.h"
 #include "bridge/HeapFork.h"
 #include "bridge/Interface.h"
@@ -124,6 +125,15 @@ void JNICALL sampledObjectAlloc(jvmtiEnv*, JNIEnv* jni, jthread, jobject object,
     AllocationEvents::allocated(jni, object, type, size);
 }
 
+void JNICALL methodEntry(jvmtiEnv*, JNIEnv* jni, jthread thread, jmethodID method) {
+    ExactMethods::entered(jni, thread, method);
+}
+
+void JNICALL methodExit(jvmtiEnv*, JNIEnv* jni, jthread thread, jmethodID method, jboolean,
+                        jvalue) {
+    ExactMethods::left(jni, thread, method);
+}
+
 struct EventSwitch {
     jvmtiEvent event;
     const char* name;
@@ -165,6 +175,8 @@ std::string installCallbacks(jvmtiEnv* jvmti) {
     callbacks.MonitorContendedEntered = contendedEntered;
     callbacks.MonitorWait = monitorWait;
     callbacks.MonitorWaited = monitorWaited;
+    callbacks.MethodEntry = methodEntry;
+    callbacks.MethodExit = methodExit;
     callbacks.SampledObjectAlloc = sampledObjectAlloc;
     if (jvmti->SetEventCallbacks(&callbacks, sizeof callbacks) != JVMTI_ERROR_NONE)
         return "this JVM takes no event callbacks: use HotSpot 17 or newer";
@@ -174,6 +186,12 @@ std::string installCallbacks(jvmtiEnv* jvmti) {
                    ": use HotSpot 17 or newer";
     VmEvents::begin(jvmti);
     if (context().options.data() & Options::kAlloc) VmEvents::take(VmEventGroup::kAllocations);
+    if (context().options.exact().empty()) return {};
+    if (VmEvents::take(VmEventGroup::kMethods))
+        ExactMethods::choose(context().options.exact());
+    else
+        report("methods are timed exactly only in a JVM that was started so (prb run --exact); the "
+               "rest goes on");
     return {};
 }
 
@@ -191,6 +209,7 @@ void rest() {
     Context& the = context();
     the.jvmti->SetEventNotificationMode(JVMTI_DISABLE, JVMTI_EVENT_COMPILED_METHOD_LOAD, nullptr);
     the.sampler->stop();
+    ExactMethods::end();
     unprotectHeapFromFork();
 }
 
@@ -202,7 +221,8 @@ void beginLive(JNIEnv* jni) {
                                                   : the.vmStructs.problem();
     else if (!objectIds().start(jni))
         problem = "this JVM gives no weak references";
-    else if (!MonitorEvents::start(jni) || !AllocationEvents::start(jni))
+    else if (!MonitorEvents::start(jni) || !AllocationEvents::start(jni) ||
+             !ExactMethods::start(jni))
         problem = "this JVM hides the fields of its threads";
     else
         problem = wake();
@@ -213,9 +233,10 @@ void beginLive(JNIEnv* jni) {
     }
     setMonitorVm({currentJavaThread, isStuckInVm});
     startHeapFigures(jni);
+    VmEvents::live();
     // What was enabled while the VM took no switches.
-    for (const VmEventGroup group :
-         {VmEventGroup::kCollections, VmEventGroup::kMonitors, VmEventGroup::kAllocations})
+    for (const VmEventGroup group : {VmEventGroup::kCollections, VmEventGroup::kMonitors,
+                                     VmEventGroup::kAllocations, VmEventGroup::kMethods})
         VmEvents::follow(group);
     // Threads and classes that come from now on arrive by callback, all others are found below.
     the.phase.store(Phase::kLive, std::memory_order_release);
@@ -225,11 +246,22 @@ void beginLive(JNIEnv* jni) {
     deliverPlain(JVMPI_EVENT_JVM_INIT_DONE, jni);
     if (events().isEnabled(JVMPI_EVENT_THREAD_START)) ThreadEvents::announceAll();
     AllocationEvents::takeEffect(jni);
-    if (!the.options.driver()) return;
-    if (void* library = AgentLibrary::handle())
-        JavaDriver::start(jni, library);
-    else
+    if (!the.options.driver()) {
+        ExactMethods::announce();
+        ExactMethods::begin();
+        return;
+    }
+    void* library = AgentLibrary::handle();
+    if (!library) {
         report("-Xrunprbprof did not load libprbprof.so; the program runs unprofiled");
+        return;
+    }
+    ExactMethods::announce();
+    JavaDriver::start(jni, library);
+    if (JavaDriver::capture(jni).empty())
+        ExactMethods::end();
+    else
+        ExactMethods::begin();
 }
 
 } // namespace bridge

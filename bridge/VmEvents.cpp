@@ -33,6 +33,9 @@ constexpr Row kRows[] = {
     {VmEventGroup::kMonitors, JVMTI_EVENT_MONITOR_WAITED, {JVMPI_EVENT_MONITOR_WAITED}},
     {VmEventGroup::kMonitors, JVMTI_EVENT_MONITOR_WAIT, {JVMPI_EVENT_MONITOR_WAIT}},
     {VmEventGroup::kAllocations, JVMTI_EVENT_SAMPLED_OBJECT_ALLOC, {JVMPI_EVENT_OBJECT_ALLOC}},
+    // The exit is switched on first, so that no entry stays without it.
+    {VmEventGroup::kMethods, JVMTI_EVENT_METHOD_EXIT, {JVMPI_EVENT_METHOD_EXIT}},
+    {VmEventGroup::kMethods, JVMTI_EVENT_METHOD_ENTRY, {JVMPI_EVENT_METHOD_ENTRY}},
 };
 constexpr size_t kCount = sizeof kRows / sizeof kRows[0];
 
@@ -40,11 +43,19 @@ constexpr void (*kCapability[kVmEventGroups])(jvmtiCapabilities&) = {
     [](jvmtiCapabilities& wanted) { wanted.can_generate_garbage_collection_events = 1; },
     [](jvmtiCapabilities& wanted) { wanted.can_generate_monitor_events = 1; },
     [](jvmtiCapabilities& wanted) { wanted.can_generate_sampled_object_alloc_events = 1; },
+    [](jvmtiCapabilities& wanted) {
+        wanted.can_generate_method_entry_events = 1;
+        wanted.can_generate_method_exit_events = 1;
+    },
 };
 constexpr bool (*kHas[kVmEventGroups])(const jvmtiCapabilities&) = {
     [](const jvmtiCapabilities& all) { return all.can_generate_garbage_collection_events != 0; },
     [](const jvmtiCapabilities& all) { return all.can_generate_monitor_events != 0; },
     [](const jvmtiCapabilities& all) { return all.can_generate_sampled_object_alloc_events != 0; },
+    [](const jvmtiCapabilities& all) {
+        return all.can_generate_method_entry_events != 0 &&
+               all.can_generate_method_exit_events != 0;
+    },
 };
 
 jvmtiEnv* jvmti = nullptr;
@@ -60,7 +71,11 @@ bool isTaken[kVmEventGroups] = {}; // the capability
 bool isLate[kVmEventGroups] = {};  // taken in the live phase
 bool on[kCount] = {};
 
+// Events that the bridge itself wants, whatever the profiler has enabled.
+bool wantedHere[kVmEventGroups] = {};
+
 bool wanted(const Row& row) {
+    if (wantedHere[static_cast<size_t>(row.group)]) return true;
     for (const jint type : row.wanted)
         if (type != 0 && events().isEnabled(type)) return true;
     return false;
@@ -101,6 +116,21 @@ void VmEvents::begin(jvmtiEnv* env) {
     jvmtiCapabilities potential{};
     if (env->GetPotentialCapabilities(&potential) != JVMTI_ERROR_NONE) return;
     for (size_t i = 0; i < kVmEventGroups; i++) possible[i] = kHas[i](potential);
+}
+
+void VmEvents::live() {
+    // Method events are for agents that ask before the VM is up.
+    const auto methods = static_cast<size_t>(VmEventGroup::kMethods);
+    std::lock_guard<std::mutex> guard(mutex());
+    possible[methods] = isTaken[methods];
+}
+
+void VmEvents::want(VmEventGroup group, bool yes) {
+    {
+        std::lock_guard<std::mutex> guard(mutex());
+        wantedHere[static_cast<size_t>(group)] = yes;
+    }
+    follow(group);
 }
 
 bool VmEvents::available(VmEventGroup group) { return possible[static_cast<size_t>(group)]; }

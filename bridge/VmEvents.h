@@ -11,8 +11,8 @@
 namespace bridge {
 
 // Which capability a group of events needs.
-enum class VmEventGroup { kCollections, kMonitors, kAllocations };
-constexpr int kVmEventGroups = 3;
+enum class VmEventGroup { kCollections, kMonitors, kAllocations, kMethods };
+constexpr int kVmEventGroups = 4;
 
 class VmEvents {
 public:
@@ -25,6 +25,11 @@ public:
     static bool take(VmEventGroup group);
     // Whether the capability was taken in the live phase, when threads ran without it already.
     static bool takenLate(VmEventGroup group);
+
+    // The VM is up: what could only be had before cannot be had any more.
+    static void live();
+    // Whether the bridge itself wants the group's events, beside those that the profiler enables.
+    static void want(VmEventGroup group, bool yes);
 
     // Brings the VM's switches in line with what the profiler has enabled. Answers
     // JVMPI_SUCCESS, or JVMPI_NOT_AVAILABLE if the VM refuses. While the VM is between its start

@@ -63,6 +63,7 @@ std::string bridgeOptions(const RunOptions& options, const std::string& captureP
     if (options.pollSeconds) add("poll", decimal(*options.pollSeconds));
     add("classes", joined(options.classes));
     add("methods", joined(options.methods));
+    add("exact", joined(options.exact));
     if (options.quiet) add("quiet", "yes");
     for (const std::string& option : options.agent) {
         const std::size_t equals = option.find('=');

@@ -19,6 +19,7 @@ struct RunOptions {
     std::vector<std::string> data;    // threads, methods, ...
     std::vector<std::string> classes; // masks
     std::vector<std::string> methods; // masks
+    std::vector<std::string> exact;   // masks of CLASS or CLASS:METHOD
     std::string out;                  // capture file; %p is the process id
     std::string name;                 // the server name in the capture
     std::string javaHome;

@@ -101,6 +101,10 @@ std::string writeJsonReport(const RunModel& run, const std::string& captureName,
                            {"total_samples", m.total},
                            {"total_share", rounded(percent(m.total, run.busySamples()))},
                            {"total_ms", ms(m.total)}});
+        if (run.facts().nanoseconds) {
+            methods.back()["calls"] = m.calls;
+            methods.back()["elapsed_ms"] = rounded(static_cast<double>(m.elapsedNs) * 1e-6);
+        }
     }
     ordered_json classes = ordered_json::array();
     for (const ClassUse& c : chosenClasses(run, options)) {

@@ -104,8 +104,11 @@ private:
         line(text("Time     %.1f s, %lld cycles of %.2f ms, %lld polls, %lld records",
                   run_.elapsedMs() / 1000, run_.cycles(), run_.meanCycleMs(), run_.polls(),
                   run_.records()));
-        std::string cpu = "Samples  " + text("%lld busy = ", run_.busySamples()) +
-                          ms(run_.busySamples()) + " of processor time";
+        std::string cpu = f.nanoseconds
+                              ? "Timed    " + ms(run_.busySamples()) +
+                                    " of processor time in the methods chosen, call by call"
+                              : "Samples  " + text("%lld busy = ", run_.busySamples()) +
+                                    ms(run_.busySamples()) + " of processor time";
         if (run_.processCpuMs() >= 0) {
             cpu += "; the whole process used " +
                    milliseconds(static_cast<double>(run_.processCpuMs()));
@@ -192,6 +195,10 @@ private:
         const std::vector<MethodUse> methods = chosenMethods(run_, options_);
         if (methods.empty()) return;
         line("");
+        if (run_.facts().nanoseconds) {
+            timedMethods(methods);
+            return;
+        }
         line(bold("    own                     time  with callees       time  Method"));
         for (const MethodUse& m : methods) {
             const double own = percent(m.own, run_.busySamples());
@@ -201,6 +208,22 @@ private:
             const std::size_t left = options_.width > 90 ? options_.width - 58 : 60;
             line(text("%5.1f %% ", own) + bar(own) + text(" %9s", ms(m.own).c_str()) +
                  text("       %5.1f %%  %9s  ", total, ms(m.total).c_str()) + fitted(name, left));
+        }
+        more(run_.methods().size(), methods.size(), "methods");
+    }
+
+    // Processor time of the method itself and with what it calls; elapsed time of calls that are
+    // not within another call of the same method.
+    void timedMethods(const std::vector<MethodUse>& methods) {
+        line(bold("       calls         own ms       total ms     elapsed ms  Method"));
+        for (const MethodUse& m : methods) {
+            const std::string name = printable(readableClass(m.className)) + "." +
+                                     printable(m.name) + printable(readableSignature(m.signature));
+            const std::size_t left = options_.width > 90 ? options_.width - 60 : 60;
+            line(text("%12lld %14.3f %14.3f %14.3f  ", m.calls, static_cast<double>(m.own) * 1e-6,
+                      static_cast<double>(m.total) * 1e-6,
+                      static_cast<double>(m.elapsedNs) * 1e-6) +
+                 fitted(name, left));
         }
         more(run_.methods().size(), methods.size(), "methods");
     }

@@ -5,6 +5,7 @@
 #include "data/PRBSample.h"
 
 #include <algorithm>
+#include <cstdlib>
 #include <memory>
 #include <utility>
 
@@ -81,6 +82,7 @@ constexpr NumberFact kNumberFacts[] = {
     {2039, &RunFacts::endMs},
 };
 constexpr int kNanoseconds = 2021;
+constexpr int kBridgeFacts = 2023;
 
 // The agent's own threads carry this prefix.
 constexpr const char* kOwnThreadPrefix = "PRB_";
@@ -120,6 +122,7 @@ double RunModel::meanCycleMs() const {
 }
 
 double RunModel::sampleMs() const {
+    if (facts_.nanoseconds) return 1e-6;
     return pricedSamples_ > 0 ? pricedMs_ / static_cast<double>(pricedSamples_) : meanCycleMs();
 }
 
@@ -180,6 +183,7 @@ void RunModel::readFacts(std::string_view record) {
             for (const TextFact& fact : kTextFacts) {
                 if (fact.key == field.key) facts_.*fact.member = std::string(field.text);
             }
+            if (field.key == kBridgeFacts) readExact(std::string(field.text));
             if (field.key == kCounterNames) counterNames = std::string(field.text);
         } else {
             for (const NumberFact& fact : kNumberFacts) {
@@ -198,6 +202,31 @@ void RunModel::readFacts(std::string_view record) {
         const auto i = static_cast<std::size_t>(index);
         facts_.counters[i < names.size() ? names[i] : "counter " + std::to_string(i)] = value;
     }
+}
+
+// Lines "exact=class, method, signature, calls, elapsed nanoseconds" with tabulators between.
+void RunModel::readExact(const std::string& bridgeFacts) {
+    constexpr std::string_view kKey = "exact=";
+    for (const std::string& line : split(bridgeFacts, '\n')) {
+        if (line.rfind(kKey, 0) != 0) continue;
+        const std::vector<std::string> parts = split(line.substr(kKey.size()), '\t');
+        if (parts.size() != 5) continue;
+        exact_[{parts[0], parts[1], parts[2]}] = {std::strtoll(parts[3].c_str(), nullptr, 10),
+                                                  std::strtoll(parts[4].c_str(), nullptr, 10)};
+    }
+}
+
+// Beside the timed methods there are those that were sampled meanwhile, a nanosecond a sample.
+void RunModel::keepExact() {
+    std::map<MethodKey, MethodUse> timed;
+    for (const auto& [key, figures] : exact_) {
+        const auto known = byMethod_.find(key);
+        MethodUse& method = timed[key];
+        if (known != byMethod_.end()) method = known->second;
+        std::tie(method.className, method.name, method.signature) = key;
+        std::tie(method.calls, method.elapsedNs) = figures;
+    }
+    byMethod_ = std::move(timed);
 }
 
 void RunModel::readThread(std::string_view record) {
@@ -319,10 +348,11 @@ void RunModel::finish(const Capture& capture) {
     std::stable_sort(classes_.begin(), classes_.end(), [](const ClassUse& a, const ClassUse& b) {
         return a.allocated != b.allocated ? a.allocated > b.allocated : a.liveBytes > b.liveBytes;
     });
+    if (facts_.nanoseconds && !exact_.empty()) keepExact();
     long long inMethods = 0;
     for (auto& [key, method] : byMethod_) {
         inMethods += method.own;
-        method.total = std::min(method.total, busy_);
+        if (!facts_.nanoseconds) method.total = std::min(method.total, busy_);
         methods_.push_back(method);
     }
     unmonitored_ = std::max(0LL, busy_ - inMethods);

@@ -39,6 +39,8 @@ struct MethodUse {
     // Samples that found it on the stack. A recursive method is counted once per frame below
     // the top, so this is an upper bound for one; never more than all samples.
     long long total = 0;
+    // Of methods that were timed call by call; own and total are then nanoseconds.
+    long long calls = 0, elapsedNs = 0;
 };
 
 struct RunFacts {
@@ -87,6 +89,8 @@ private:
     void readThread(std::string_view record);
     void readMethod(std::string_view record);
     void readClass(std::string_view record);
+    void readExact(const std::string& bridgeFacts);
+    void keepExact();
     void endBatch();
     void gatherThreads();
     void finish(const Capture& capture);
@@ -99,7 +103,9 @@ private:
     bool allocations_ = false;                // some record tells of them
     PRBAnchorCollection anchors_;             // what the threads did; a poll is an interval
     std::map<long long, ThreadUse> byThread_; // who they are, by their first names
-    std::map<std::tuple<std::string, std::string, std::string>, MethodUse> byMethod_;
+    using MethodKey = std::tuple<std::string, std::string, std::string>;
+    std::map<MethodKey, MethodUse> byMethod_;
+    std::map<MethodKey, std::pair<long long, long long>> exact_; // calls, elapsed nanoseconds
     long long records_ = 0, polls_ = 0, cycles_ = 0, busy_ = 0, unmonitored_ = 0;
     long long samplerCpuUs_ = 0, agentBytes_ = -1, agentBytesHigh_ = -1;
     long long firstProcessCpuMs_ = -1, processCpuMs_ = -1;

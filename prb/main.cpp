@@ -97,6 +97,12 @@ int main(int argc, char** argv) {
                    "the report\ngoes to standard error, or to a file with --report.");
     addCollectionOptions(*runApp, run);
     runApp->add_option("--report", reportFile, "write the report to a file")->type_name("FILE");
+    runApp
+        ->add_option("--exact", run.exact,
+                     "methods to time call by call: masks of CLASS or CLASS:METHOD, as "
+                     "com.x.Price:compute; the program runs interpreted and much slower")
+        ->delimiter(',')
+        ->type_name("MASKS");
     runApp->add_option("--java-home", run.javaHome, "the JDK whose java is meant")
         ->type_name("DIR");
     addReportOptions(*runApp, report);

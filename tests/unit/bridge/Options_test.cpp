@@ -101,7 +101,7 @@ TEST_P(WrongOptionTest, isNamedWithWhatWouldBeRight) {
 }
 
 constexpr char kKeys[] = "lib, jar, driver, fork, frees, file, name, data, interval, poll, "
-                         "classes, methods, quiet, recompile, detach, reply, agent.KEY";
+                         "classes, methods, exact, quiet, recompile, detach, reply, agent.KEY";
 constexpr char kData[] =
     "threads, methods, contention, heap, gc, alloc, errors or self, joined by '+'";
 const std::string kUnknown = std::string("option 'colour' is not known: the keys are ") + kKeys;

@@ -101,6 +101,8 @@ struct FakeTool {
             memset(all, 0, sizeof *all);
             all->can_generate_garbage_collection_events = current()->gives;
             all->can_generate_monitor_events = current()->gives;
+            all->can_generate_method_entry_events = current()->gives;
+            all->can_generate_method_exit_events = current()->gives;
             return JVMTI_ERROR_NONE;
         };
         functions.AddCapabilities = [](jvmtiEnv*, const jvmtiCapabilities*) {
@@ -108,10 +110,43 @@ struct FakeTool {
             return current()->answer;
         };
         functions.SetEventNotificationMode = setMode;
+        functions.GetPhase = [](jvmtiEnv*, jvmtiPhase* phase) {
+            *phase = JVMTI_PHASE_ONLOAD;
+            return JVMTI_ERROR_NONE;
+        };
         env.functions = &functions;
         VmEvents::begin(&env);
     }
 };
+
+TEST(MethodEvents, AreHadOnlyByThoseWhoAskBeforeTheVmIsUp) {
+    FakeTool tool;
+    EXPECT_TRUE(events().supports(JVMPI_EVENT_METHOD_ENTRY));
+    VmEvents::live();
+    for (const jint type : {JVMPI_EVENT_METHOD_ENTRY, JVMPI_EVENT_METHOD_EXIT})
+        EXPECT_EQ(JVMPI_NOT_AVAILABLE, events().enable(type));
+    EXPECT_EQ(0, tool.capabilitiesTaken);
+}
+
+TEST(MethodEvents, AreHadLaterWithTheCapabilityTakenAtTheStart) {
+    FakeTool tool;
+    ASSERT_TRUE(VmEvents::take(VmEventGroup::kMethods));
+    VmEvents::live();
+    EXPECT_TRUE(tool.switches.empty()) << "taken, and not switched on";
+    EXPECT_EQ(JVMPI_SUCCESS, events().enable(JVMPI_EVENT_METHOD_ENTRY));
+    EXPECT_EQ(JVMPI_NOT_AVAILABLE, events().enable(JVMPI_EVENT_METHOD_ENTRY2));
+    ASSERT_EQ(1u, tool.switches.size());
+    EXPECT_EQ(JVMPI_SUCCESS, events().disable(JVMPI_EVENT_METHOD_ENTRY));
+    // What the bridge wants for itself is on whatever the profiler enables.
+    tool.switches.clear();
+    VmEvents::want(VmEventGroup::kMethods, true);
+    EXPECT_EQ(2u, tool.switches.size());
+    EXPECT_EQ(JVMPI_SUCCESS, events().enable(JVMPI_EVENT_METHOD_EXIT));
+    EXPECT_EQ(JVMPI_SUCCESS, events().disable(JVMPI_EVENT_METHOD_EXIT));
+    EXPECT_EQ(2u, tool.switches.size());
+    VmEvents::want(VmEventGroup::kMethods, false);
+    EXPECT_EQ(4u, tool.switches.size());
+}
 
 struct Told {
     jint type;

@@ -57,6 +57,39 @@ protected:
     std::string path;
 };
 
+TEST_F(ReportTest, TimedMethodsAreShownInNanosecondsAndAlone) {
+    using Bytes = CaptureBytes;
+    Bytes::Record facts(1);
+    facts.number(20, 1).number(21, 0).number(4, 77).number(2021, 1).number(2022, 1000000);
+    facts.text(2023, "version=1\nexact=com/x/A\tprice\t(I)V\t40\t7000000\n"
+                     "exact=com/x/A\tnever\t()V\t2\t1\nlimits=\n");
+    facts.number(2039, 1001001);
+    Bytes bytes;
+    bytes.add(facts);
+    bytes.add(Bytes::thread(1, "main", 5000060, 5, 0));
+    bytes.add(Bytes::method(1, "com/x/A", "price", "(I)V", 5000050, 1000000));
+    bytes.add(Bytes::method(1, "com/x/B", "sampled", "()V", 10, 0)); // not timed
+    bytes.add(Bytes::Record(998).number(20, 1).number(21, 0));
+    write(bytes.bytes);
+    const json timed = reportJson();
+    EXPECT_EQ("nanoseconds", timed["run"]["values_are"]);
+    ASSERT_EQ(2u, timed["methods"].size());
+    const json& price = timed["methods"][0];
+    EXPECT_EQ("price", price["method"]);
+    EXPECT_EQ(40, price["calls"]);
+    EXPECT_EQ(5.0, price["own_ms"]);
+    EXPECT_EQ(6.0, price["total_ms"]);
+    EXPECT_EQ(7.0, price["elapsed_ms"]);
+    EXPECT_EQ("never", timed["methods"][1]["method"]); // too short for the processor's clock
+    EXPECT_EQ(2, timed["methods"][1]["calls"]);
+    EXPECT_EQ(5.0, timed["threads"][0]["ms"]);
+    EXPECT_THAT(report({}).out,
+                AllOf(HasSubstr("Timed    5 ms of processor time in the methods chosen"),
+                      HasSubstr("          40          5.000          6.000          7.000  "
+                                "com.x.A.price(int)"),
+                      Not(HasSubstr("sampled"))));
+}
+
 TEST_F(ReportTest, SamplesTimesTheMeanCycleAreMilliseconds) {
     write(CaptureBytes().smallRun().bytes);
     const json r = reportJson();

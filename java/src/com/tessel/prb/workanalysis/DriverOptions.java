@@ -14,7 +14,7 @@ final class DriverOptions {
 
     /** Keys that the bridge reads. */
     private static final String[] OF_THE_BRIDGE = {
-        "lib", "jar", "driver", "fork", "frees", "recompile", "detach", "reply", "exact",
+        "lib", "jar", "driver", "fork", "frees", "recompile", "detach", "reply",
     };
 
     /** The text as given. */
@@ -32,6 +32,8 @@ final class DriverOptions {
     String methodMasks = "*";
     /** The agent's own option text. */
     String agentOptions = "";
+    /** Some methods are timed, which the bridge does; the times arrive with these kinds of data. */
+    private boolean timed;
 
     DriverOptions(String optionText) {
         text = optionText == null ? "" : optionText;
@@ -58,6 +60,9 @@ final class DriverOptions {
                 equals = item.length();
             }
             item.append(c);
+        }
+        if (timed) {
+            dataBits |= DataKind.THREADS | DataKind.METHODS;
         }
         if (remarks.length() != 0) {
             Messages.remark(remarks.toString());
@@ -135,6 +140,8 @@ final class DriverOptions {
             } else {
                 pollMs = given;
             }
+        } else if (key.equals("exact")) {
+            timed = true;
         } else if (key.equals("classes")) {
             classMasks = masks(value);
         } else if (key.equals("methods")) {
