@@ -122,7 +122,6 @@ KnownClass classOf(JNIEnv* jni, jclass type) {
     if (!memo) return askClass(jni, type);
     const uint32_t epoch = CollectionEvents::epoch();
     const void* mirror = HandleSlots::peek(type);
-    std::atomic_thread_fence(std::memory_order_acquire);
     if (CollectionEvents::epoch() == epoch)
         if (const KnownClass* known = memo->find(mirror, epoch)) return *known;
     const KnownClass asked = askClass(jni, type);

@@ -17,11 +17,12 @@ namespace bridge {
 class HandleSlots {
 public:
     // The object's address at this moment. REQUIRES: the reference is not null and not deleted.
-    // Stable inside a collection, and good for nothing but a comparison outside of one.
+    // Stable inside a collection, and good for nothing but a comparison outside of one. What is
+    // read after it is read later.
     static const void* peek(jobject reference) {
         const char* slot = reinterpret_cast<const char*>(reference);
         slot -= reinterpret_cast<std::uintptr_t>(slot) & 3;
-        return __atomic_load_n(reinterpret_cast<void* const*>(slot), __ATOMIC_RELAXED);
+        return __atomic_load_n(reinterpret_cast<void* const*>(slot), __ATOMIC_ACQUIRE);
     }
 
     // Whether the VM keeps references that way: local, global and weak references of one living
