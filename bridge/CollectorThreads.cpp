@@ -39,6 +39,7 @@ bool isEarlyEndingCollectorThread(const std::string& name) {
 bool collectorEndsBeforeVmDeath() {
     const std::unique_ptr<DIR, CloseFolder> folder(opendir("/proc/self/task"));
     if (!folder) return false;
+    // NOLINTNEXTLINE(concurrency-mt-unsafe): the stream is nobody else's
     while (const dirent* entry = readdir(folder.get()))
         if (entry->d_name[0] != '.' && isEarlyEndingCollectorThread(nameOfTask(entry->d_name)))
             return true;

@@ -53,7 +53,6 @@ uint32_t ObjectIds::give(JNIEnv* jni, jobject object, bool isClass, bool& isNew)
                 isNew = jvmti_->SetTag(object, jlong{id}) == JVMTI_ERROR_NONE;
                 if (!isNew) {
                     table_.remove(id); // deletes the reference in time
-                    id = 0;
                     jvmti_->RawMonitorExit(turn_);
                     return 0;
                 }

@@ -105,7 +105,7 @@ jint start(JNIEnv* jni, const Request& request) {
     if (context().jvmti->RunAgentThread(thread.get(), run, argument.get(), request.priority) !=
         JVMTI_ERROR_NONE)
         return JVMPI_FAIL;
-    argument.release(); // the thread's
+    static_cast<void>(argument.release()); // the thread's
     return JVMPI_SUCCESS;
 }
 

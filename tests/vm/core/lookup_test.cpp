@@ -193,6 +193,19 @@ TEST_F(Masks, withoutAListNothingIsMonitored) {
     EXPECT_FALSE(monitor.shouldClassBeMonitored("com/x/A"));
 }
 
+TEST_F(Masks, aNewListTakesTheMemoryOfTheOldOne) {
+    monitor.setClassMask("com/*x?,org/*");
+    monitor.setMethodMask("*run");
+    const std::uint32_t before = PRBMemoryManager::getCurrentAllocation();
+    for (int i = 0; i < 10; ++i) {
+        monitor.setClassMask("net/*y?,edu/*");
+        monitor.setMethodMask("*get");
+    }
+    EXPECT_EQ(PRBMemoryManager::getCurrentAllocation(), before);
+    monitor.setClassMask("");
+    EXPECT_LT(PRBMemoryManager::getCurrentAllocation(), before);
+}
+
 TEST_F(Masks, aNewListDecidesLoadedClassesAndMethodsAnew) {
     vm.send.classLoad(vm.mainThread(), a);
     vm.send.classLoad(vm.mainThread(), b);
