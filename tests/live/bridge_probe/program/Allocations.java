@@ -43,6 +43,42 @@ public final class Allocations {
 
     static final class Kept {}
 
+    /** Two classes that loaders of their own define again and again. */
+    static final class One implements Runnable {
+        volatile Object made;
+
+        @Override
+        public void run() {
+            for (int i = 0; i < 100; i++) {
+                made = new One();
+            }
+        }
+    }
+
+    static final class Two implements Runnable {
+        volatile Object made;
+
+        @Override
+        public void run() {
+            for (int i = 0; i < 100; i++) {
+                made = new Two();
+            }
+        }
+    }
+
+    private static final class Loader extends ClassLoader {
+        Runnable define(Class<?> type) throws Exception {
+            byte[] bytes;
+            try (java.io.InputStream in = type.getResourceAsStream(type.getName() + ".class")) {
+                bytes = in.readAllBytes();
+            }
+            Class<?> defined = defineClass(type.getName(), bytes, 0, bytes.length);
+            java.lang.reflect.Constructor<?> made = defined.getDeclaredConstructor();
+            made.setAccessible(true);
+            return (Runnable) made.newInstance();
+        }
+    }
+
     private Allocations() {}
 
     public static void main(String[] arguments) throws Exception {
@@ -60,6 +96,7 @@ public final class Allocations {
             same("[J", 8L * (15 << 20) + HEADER, "old", 1);
             same("Allocations$Plain", 0, "old", 0);
         }
+        movingClasses();
         virtualThreads();
         Profiler.check("allocate in handler", null);
         sink = new Plain();
@@ -158,6 +195,41 @@ public final class Allocations {
             thread.join();
         }
         same("Allocations$FromVirtual", 0, "allocated", 20000);
+    }
+
+    /** Class objects that collections move to where other ones lay. */
+    private static void movingClasses() throws Exception {
+        Runnable[] all = new Runnable[90];
+        long ones = 0;
+        long twos = 0;
+        for (int round = 0; round < 12; round++) {
+            for (int i = 0; i < all.length; i++) {
+                boolean one = (i + round) % 3 == 0;
+                if (all[i] == null) {
+                    all[i] = new Loader().define(one ? One.class : Two.class);
+                    ones += one ? 1 : 0;
+                    twos += one ? 0 : 1;
+                }
+            }
+            for (Runnable made : all) {
+                made.run();
+                ones += made.getClass().getName().endsWith("One") ? 100 : 0;
+                twos += made.getClass().getName().endsWith("Two") ? 100 : 0;
+            }
+            for (int i = round % 2; i < all.length; i += 2) {
+                all[i] = null;
+            }
+            Profiler.number("runGC", null);
+            for (Runnable made : all) {
+                if (made != null) {
+                    made.run();
+                    ones += made.getClass().getName().endsWith("One") ? 100 : 0;
+                    twos += made.getClass().getName().endsWith("Two") ? 100 : 0;
+                }
+            }
+        }
+        same("Allocations$One", 0, "allocated", ones);
+        same("Allocations$Two", 0, "allocated", twos);
     }
 
     private static long freedVictims;
