@@ -105,6 +105,16 @@ protected:
             compareWith(jvm, poll.classes, which);
         }
         EXPECT_GE(compared, leastPolls);
+        // The report shows the last poll.
+        const std::string leaf = "com.tessel.prb.live.programs.KnownHeap$Leaf";
+        int shown = 0;
+        for (const nlohmann::json& row : profiled.report["classes"]) {
+            if (row["class"] != leaf) continue;
+            ++shown;
+            EXPECT_EQ(row["live_objects"], jvm[1].classes.at(leaf).objects);
+            EXPECT_EQ(row["live_bytes"], jvm[1].classes.at(leaf).bytes);
+        }
+        EXPECT_EQ(shown, 1);
     }
 
 private:
