@@ -201,7 +201,7 @@ jobject objectOfId(jobjectID id) try {
 jobjectID idOfObject(jobject object) try {
     JNIEnv* jni = object && isLive() ? currentEnv() : nullptr;
     if (!jni) return nullptr;
-    objectIds().sweep(jni);
+    HeapDump::sweep(jni);
     return idOf(objectIds().of(jni, object));
 } catch (...) {
     return nullptr;

@@ -124,7 +124,7 @@ bool ReferenceWalk::gather() {
         jni_->DeleteLocalRef(referrers[i]);
     }
     if (!chosen_ || !complete_) return false;
-    objects_.resize(static_cast<size_t>(withId_ + marked));
+    objects_.resize(static_cast<size_t>(withId_) + static_cast<size_t>(marked));
     if (marked == 0) return true;
     firstFound_ = transientIds().take(static_cast<uint32_t>(marked));
     return firstFound_ != 0;

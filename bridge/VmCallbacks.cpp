@@ -7,6 +7,7 @@
 #include "bridge/CollectionEvents.h"
 #include "bridge/Context.h"
 #include "bridge/ExactMethods.h"
+#include "bridge/HeapDump.h"
 #include "bridge/HeapFigures.h"
 #include "bridge/HeapFork.h"
 #include "bridge/Interface.h"
@@ -78,7 +79,10 @@ void JNICALL threadStart(jvmtiEnv*, JNIEnv* jni, jthread thread) {
 }
 
 void JNICALL threadEnd(jvmtiEnv*, JNIEnv* jni, jthread) {
-    whileLive([&] { ThreadEvents::ended(jni); });
+    whileLive([&] {
+        ThreadEvents::ended(jni);
+        HeapDump::sweep(jni);
+    });
 }
 
 void JNICALL classPrepare(jvmtiEnv*, JNIEnv* jni, jthread, jclass mirror) {
