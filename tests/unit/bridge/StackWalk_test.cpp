@@ -69,9 +69,10 @@ TEST_F(StackSamplerTest, TheReturnAddressIntoJavaCodeIsSearched) {
 #if defined(__SANITIZE_ADDRESS__)
     GTEST_SKIP() << "the sanitizer's frames are wider than what is searched";
 #endif
-    static const std::uintptr_t low = 0x1000;
-    static const std::uintptr_t high = 0x2000;
-    constexpr std::uintptr_t kReturn = 0x1234;
+    // Where neither a counter, a time nor an address of this process is found on a stack.
+    static const std::uintptr_t low = 0x7ABC0000;
+    static const std::uintptr_t high = 0x7ABD0000;
+    constexpr std::uintptr_t kReturn = 0x7ABC1234;
     static std::atomic<int> calls;
     static std::atomic<std::uintptr_t> tried;
     calls = 0;
@@ -95,7 +96,7 @@ TEST_F(StackSamplerTest, TheReturnAddressIntoJavaCodeIsSearched) {
         << problem;
     Worker& worker = add([](Worker& self) {
         self.java.setState(VmStructs::kInJava);
-        volatile std::uintptr_t frame[4] = {0x999, kReturn, 0x2000, 0x1};
+        volatile std::uintptr_t frame[4] = {low - 1, kReturn, high, 0x1};
         while (!self.stop) {
             self.steps++;
             ownCpuNs();
