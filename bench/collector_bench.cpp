@@ -4,8 +4,9 @@
 //                     object beyond what the VM below needs; bytes of agent memory an object)
 //   heapDumpKnown     the same dump once more, all of its objects known (ns an object)
 //   references        a level-1 dump searched for 1, 4 and 10,000 targets (GB a second)
-//   poll              1,000 threads with 200 method records each, beside filling and streaming
-//                     the same samples with nothing around them, and beside streaming alone
+//   poll              1,000 threads with 200 method records each, beside the same samples with
+//                     nothing around them: filled and streamed into a buffer each, into one
+//                     block, and streamed only
 //
 // The figures to look at are the counters.
 #include "collector/PRBSampleList.h"
@@ -381,7 +382,8 @@ void poll(benchmark::State& state) {
     if (std::count(threads.begin(), threads.end(), nullptr) != 0)
         return state.SkipWithError("the threads are not known");
     const std::size_t samples = threads.size() * kRecordsOfAThread;
-    double whole = 1e18, filling = 1e18, streaming = 1e18;
+    double whole = 1e18, single = 1e18, filling = 1e18, streaming = 1e18;
+    PRBSampleList::Kept kept;
     std::size_t bytes = 0;
     collector.sendBackData(environment(), 0, nullptr);
     for (auto _ : state) {
@@ -390,27 +392,38 @@ void poll(benchmark::State& state) {
         const double ns = nanoseconds([&] { collector.sendBackData(environment(), 0, nullptr); });
         bytes = javaArray.size();
         if (bytes < samples * 200) return state.SkipWithError("samples are missing");
-        const double built = nanoseconds([&] {
-            PRBSampleList list;
+        const double apart = nanoseconds([&] {
             for (std::size_t i = 0; i < samples; ++i) {
                 PRBMethodUsageSample sample;
                 fill(sample, i);
-                PRBSampleList::save(sample, list);
+                PRBBuffer buffer;
+                sample.stream(buffer);
+                benchmark::DoNotOptimize(buffer.data());
+            }
+        });
+        const double built = nanoseconds([&] {
+            PRBSampleList list(kept);
+            for (std::size_t i = 0; i < samples; ++i) {
+                PRBMethodUsageSample sample;
+                fill(sample, i);
+                list.save(sample);
             }
         });
         PRBMethodUsageSample sample;
         fill(sample, 1);
         const double streamed = nanoseconds([&] {
-            PRBSampleList list;
-            for (std::size_t i = 0; i < samples; ++i) PRBSampleList::save(sample, list);
+            PRBSampleList list(kept);
+            for (std::size_t i = 0; i < samples; ++i) list.save(sample);
         });
         whole = std::min(whole, ns);
+        single = std::min(single, apart);
         filling = std::min(filling, built);
         streaming = std::min(streaming, streamed);
         state.SetIterationTime(ns * 1e-9);
     }
     PRBClock::source.store(nullptr);
     state.counters["ms"] = whole * 1e-6;
+    state.counters["x_singles"] = whole / single;
     state.counters["x_filled_and_streamed"] = whole / filling;
     state.counters["x_streamed"] = whole / streaming;
     state.counters["sample_ns"] = whole / static_cast<double>(samples);

@@ -2,7 +2,6 @@
 
 #include "collector/PRBBufferConverter.h"
 #include "collector/PRBJni.h"
-#include "collector/PRBSampleList.h"
 #include "collector/PRBSamplerPause.h"
 #include "collector/PRBWorkloadCollector.h"
 #include "core/PRBMonitorGlobal.h"
@@ -57,7 +56,7 @@ struct CallbackContext {
     const PRBJavaThread& thread;
     long long busy;
     long long cycles;
-    PRBSlist& list;
+    PRBSampleList& list;
 };
 
 // A thrown exception must not cross the thread model, which holds its records meanwhile.
@@ -76,7 +75,7 @@ template <typename Sample, typename Fill> int saveRecord(void* context, Fill&& f
         Sample sample;
         sample.saveNumericData(kThreadIdKey, fromId(pass.thread.getThreadId()));
         sample.saveNumericData(kProcessIdKey, pass.processId);
-        if (fill(sample, pass)) PRBSampleList::save(sample, pass.list);
+        if (fill(sample, pass)) pass.list.save(sample);
     });
 }
 
@@ -125,7 +124,7 @@ struct PRBDataReturn::Counts {
 jbyteArray PRBDataReturn::sendBackData(JNIEnv* env, int extra, jobject request) {
     PRBMonitorGlobal* monitor = PRBMonitorGlobal::getMonitorGlobal();
     if (monitor == nullptr) return nullptr;
-    PRBSampleList list;
+    PRBSampleList list(kept_);
     jbyteArray answer = nullptr;
     try {
         if (gather(env, extra, readRequest(env, request), *monitor, list).OK())
@@ -133,7 +132,6 @@ jbyteArray PRBDataReturn::sendBackData(JNIEnv* env, int extra, jobject request) 
     } catch (const std::exception&) {
         answer = nullptr; // no memory for it; the next pass has another chance
     }
-    list.clearAndDestroy();
     if ((collector_.getCollectionType() & PRBCollect::kThreads) != 0) monitor->purgeEndedThreads();
     return answer;
 }
@@ -156,7 +154,7 @@ PRBDataReturn::Request PRBDataReturn::readRequest(JNIEnv* env, jobject request) 
 }
 
 PRBReturnCode PRBDataReturn::gather(JNIEnv* env, int extra, const Request& wanted,
-                                    PRBMonitorGlobal& monitor, PRBSlist& list) {
+                                    PRBMonitorGlobal& monitor, PRBSampleList& list) {
     const auto wants = [&](std::uint32_t bit) { return (wanted.types & bit) != 0; };
     PRBReturnCode rc;
     monitor.dumpMonitorStats();
@@ -209,7 +207,8 @@ PRBReturnCode PRBDataReturn::gather(JNIEnv* env, int extra, const Request& wante
     return rc;
 }
 
-void PRBDataReturn::saveErrors(PRBMonitorGlobal& monitor, const PRBReturnCode& rc, PRBSlist& list) {
+void PRBDataReturn::saveErrors(PRBMonitorGlobal& monitor, const PRBReturnCode& rc,
+                               PRBSampleList& list) {
     while (rc.OK()) {
         std::unique_ptr<PRBProfilerError> error(monitor.getNextProfilerErrorSample());
         if (error == nullptr) return;
@@ -263,7 +262,7 @@ PRBDataReturn::Counts PRBDataReturn::takeCounts(PRBMonitorGlobal& monitor, bool 
 // ---- The gatherers ----
 
 PRBReturnCode PRBDataReturn::returnThreadData(JNIEnv*, int threadId, long long busy,
-                                              long long cycles, int, PRBSlist& list,
+                                              long long cycles, int, PRBSampleList& list,
                                               PRBThreadCollection& threads) {
     PRBTraceScope trace(PRBTraceClass::kDetail, PRBComponent::kCollector,
                         "PRBWorkloadCollector::returnThreadData");
@@ -279,7 +278,7 @@ PRBReturnCode PRBDataReturn::returnThreadData(JNIEnv*, int threadId, long long b
 }
 
 PRBReturnCode PRBDataReturn::returnMethodData(JNIEnv*, int threadId, long long busy,
-                                              long long cycles, int, PRBSlist& list,
+                                              long long cycles, int, PRBSampleList& list,
                                               PRBThreadCollection& threads) {
     PRBTraceScope trace(PRBTraceClass::kDetail, PRBComponent::kCollector,
                         "PRBWorkloadCollector::returnMethodData");
@@ -292,7 +291,7 @@ PRBReturnCode PRBDataReturn::returnMethodData(JNIEnv*, int threadId, long long b
     return trace.returns(rc);
 }
 
-PRBReturnCode PRBDataReturn::returnContentionData(JNIEnv*, int threadId, int, PRBSlist& list,
+PRBReturnCode PRBDataReturn::returnContentionData(JNIEnv*, int threadId, int, PRBSampleList& list,
                                                   PRBThreadCollection& threads) {
     PRBTraceScope trace(PRBTraceClass::kDetail, PRBComponent::kCollector,
                         "PRBWorkloadCollector::returnContentionData");
@@ -305,13 +304,13 @@ PRBReturnCode PRBDataReturn::returnContentionData(JNIEnv*, int threadId, int, PR
     return trace.returns(rc);
 }
 
-PRBReturnCode PRBDataReturn::returnHeapData(JNIEnv*, int, PRBSlist& list) {
+PRBReturnCode PRBDataReturn::returnHeapData(JNIEnv*, int, PRBSampleList& list) {
     PRBTraceScope trace(PRBTraceClass::kDetail, PRBComponent::kCollector,
                         "PRBWorkloadCollector::returnHeapData");
     return trace.returns(collector_.getHeapData().returnHeapData(collector_, processId_, list));
 }
 
-PRBReturnCode PRBDataReturn::returnGCData(JNIEnv*, int, PRBSlist& list) {
+PRBReturnCode PRBDataReturn::returnGCData(JNIEnv*, int, PRBSampleList& list) {
     PRBTraceScope trace(PRBTraceClass::kDetail, PRBComponent::kCollector,
                         "PRBWorkloadCollector::returnGCData");
     const timeval now = PRBClock::now();
@@ -334,8 +333,8 @@ std::unique_ptr<PRBThreadCollection> PRBDataReturn::getAllThreads() const {
     return std::make_unique<PRBThreadCollection>();
 }
 
-void PRBDataReturn::saveSample(const PRBSample* sample, PRBSlist& list) {
+void PRBDataReturn::saveSample(const PRBSample* sample, PRBSampleList& list) {
     PRBTraceScope trace(PRBTraceClass::kFrequent, PRBComponent::kCollector,
                         "PRBWorkloadCollector::saveSample");
-    PRBSampleList::save(*sample, list);
+    list.save(*sample);
 }

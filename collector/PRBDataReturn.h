@@ -2,8 +2,8 @@
 #ifndef PRB_COLLECTOR_PRBDATARETURN_H
 #define PRB_COLLECTOR_PRBDATARETURN_H
 
+#include "collector/PRBSampleList.h"
 #include "collector/PRBThreadCollection.h"
-#include "core/PRBCollections.h"
 #include "core/PRBReturnCode.h"
 #include "jvmpi/jvmpi.h"
 
@@ -20,8 +20,8 @@ class PRBWorkloadCollector;
 // polling Java thread, one pass at a time ("_DataReturn" is held by the caller). The sampler
 // rests while counters are read and reset, and runs on however the pass ends.
 //
-// Every gatherer streams each sample into a buffer of its own, at the end of the list, and
-// answers the code of the step; the `extra` number of the Java side is passed through and unused.
+// Every gatherer streams each sample to the end of the list at once, and answers the code of the
+// step; the `extra` number of the Java side is passed through and unused.
 class PRBDataReturn {
 public:
     explicit PRBDataReturn(PRBWorkloadCollector& collector) : collector_(collector) {}
@@ -32,18 +32,18 @@ public:
     // Thread id 0 means every thread. `busy` and `cycles` are the sampler's counts since the
     // pass before.
     PRBReturnCode returnThreadData(JNIEnv* env, int threadId, long long busy, long long cycles,
-                                   int extra, PRBSlist& list, PRBThreadCollection& threads);
+                                   int extra, PRBSampleList& list, PRBThreadCollection& threads);
     PRBReturnCode returnMethodData(JNIEnv* env, int threadId, long long busy, long long cycles,
-                                   int extra, PRBSlist& list, PRBThreadCollection& threads);
-    PRBReturnCode returnContentionData(JNIEnv* env, int threadId, int extra, PRBSlist& list,
+                                   int extra, PRBSampleList& list, PRBThreadCollection& threads);
+    PRBReturnCode returnContentionData(JNIEnv* env, int threadId, int extra, PRBSampleList& list,
                                        PRBThreadCollection& threads);
-    PRBReturnCode returnHeapData(JNIEnv* env, int extra, PRBSlist& list);
-    PRBReturnCode returnGCData(JNIEnv* env, int extra, PRBSlist& list);
+    PRBReturnCode returnHeapData(JNIEnv* env, int extra, PRBSampleList& list);
+    PRBReturnCode returnGCData(JNIEnv* env, int extra, PRBSampleList& list);
 
     // All threads that are not the agent's own. Takes no monitor.
     std::unique_ptr<PRBThreadCollection> getAllThreads() const;
-    // Appends a new buffer that holds the streamed sample; nothing when there is no memory.
-    static void saveSample(const PRBSample* sample, PRBSlist& list);
+    // Throws std::bad_alloc when there is no memory, which ends the pass.
+    static void saveSample(const PRBSample* sample, PRBSampleList& list);
 
     // From now on the time to the next pass counts.
     void noteStart();
@@ -60,14 +60,15 @@ private:
 
     Request readRequest(JNIEnv* env, jobject request) const;
     PRBReturnCode gather(JNIEnv* env, int extra, const Request& wanted, PRBMonitorGlobal& monitor,
-                         PRBSlist& list);
+                         PRBSampleList& list);
     void readProcessCpu();
     long long elapsedSinceLastReturn(); // ns; 0 on the first
     Counts takeCounts(PRBMonitorGlobal& monitor, bool samplerIsRunning, long long elapsed,
                       PRBProfilerResourceSample& resources);
-    static void saveErrors(PRBMonitorGlobal& monitor, const PRBReturnCode& rc, PRBSlist& list);
+    static void saveErrors(PRBMonitorGlobal& monitor, const PRBReturnCode& rc, PRBSampleList& list);
 
     PRBWorkloadCollector& collector_;
+    PRBSampleList::Kept kept_;
     timeval lastGCReturn_{};
     timeval lastReturn_{};
     long long processCpu_ = -1;

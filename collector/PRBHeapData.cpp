@@ -3,10 +3,10 @@
 #include "collector/PRBHeapDumpHandler.h"
 #include "collector/PRBHeapDumpRequest.h"
 #include "collector/PRBHeapDumpWalk.h"
-#include "collector/PRBSampleList.h"
 #include "collector/PRBSamplerPause.h"
 #include "core/PRBMonitorGlobal.h"
 #include "core/PRBMonitorHashTable.h"
+#include "core/PRBObjectRecords.h"
 #include "data/PRBHeapSample.h"
 #include "runtime/PRBJavaClass.h"
 
@@ -38,7 +38,7 @@ std::vector<PRBJavaClass*> loadedClasses() {
 } // namespace
 
 PRBReturnCode PRBHeapData::returnHeapData(PRBHeapDumpHandler& handler, long long processId,
-                                          PRBSlist& list) {
+                                          PRBSampleList& list) {
     PRBMonitorGlobal* monitor = PRBMonitorGlobal::getMonitorGlobal();
     JVMPI_Interface* jvmpi = PRBContext::getInterface();
     if (monitor == nullptr || jvmpi == nullptr) return {};
@@ -48,18 +48,24 @@ PRBReturnCode PRBHeapData::returnHeapData(PRBHeapDumpHandler& handler, long long
         PRBTrace::log("Requesting heap data");
         PRBMemoryManager::displayMemoryUse();
     }
+    asked_ = PRBObjectRecords::askForDump();
     const jint answer = PRBHeapDumpRequest::run(handler, JVMPI_DUMP_LEVEL_0);
+    asked_ = 0;
     if (debugging()) logRequest(answer);
     return answer == JVMPI_SUCCESS ? saveClasses(processId, list) : PRBReturnCode();
 }
 
-PRBReturnCode PRBHeapData::saveClasses(long long processId, PRBSlist& list) {
+PRBReturnCode PRBHeapData::saveClasses(long long processId, PRBSampleList& list) {
+    PRBMonitorHashTable* objects = PRBContext::getObjectTable();
+    if (objects == nullptr) return {};
     const bool tracking = (PRBContext::getDataBeingCollected() & PRBCollect::kHeapAllocation) != 0;
     for (PRBJavaClass* cls : loadedClasses()) {
         if (cls->shouldBeMonitored() != PRBMonitored::kMonitor) continue;
         PRBHeapSample sample;
         sample.saveStringData(10, cls->getClassName());
         sample.saveNumericData(4, processId);
+        // Nothing may be counted between the reading and the reset.
+        PRBTableLock hold(*objects);
         sample.saveNumericData(340, cls->getNumObjects());
         sample.saveNumericData(309, cls->getNumBytes());
         if (tracking) {
@@ -68,7 +74,8 @@ PRBReturnCode PRBHeapData::saveClasses(long long processId, PRBSlist& list) {
             sample.saveNumericData(342, cls->getNumMove());
         }
         cls->resetStats();
-        PRBSampleList::save(sample, list);
+        hold.release();
+        list.save(sample);
     }
     return {};
 }
@@ -82,5 +89,7 @@ void PRBHeapData::handleHeapDump(const JVMPI_Event* event) {
     const char* end = event->u.heap_dump.end;
     if (begin == nullptr || end == nullptr || begin > end) return;
     generation_ = generationAfter(generation_);
-    PRBHeapDumpWalk(*classes, *arenas, *objects, generation_).records(begin, end);
+    // One that nobody here has asked for is as old as its arrival.
+    const std::uint32_t asked = asked_ != 0 ? asked_ : PRBObjectRecords::askForDump();
+    PRBHeapDumpWalk(*classes, *arenas, *objects, generation_, asked).records(begin, end);
 }

@@ -3,7 +3,7 @@
 #ifndef PRB_COLLECTOR_PRBHEAPDATA_H
 #define PRB_COLLECTOR_PRBHEAPDATA_H
 
-#include "core/PRBCollections.h"
+#include "collector/PRBSampleList.h"
 #include "core/PRBReturnCode.h"
 #include "jvmpi/jvmpi.h"
 
@@ -17,7 +17,8 @@ public:
     // Forces a collection, requests a dump (delivered to the handler, which calls handleHeapDump
     // below) and saves one sample per monitored class into the list. The sampler rests
     // meanwhile. A refused request gives no samples and no bad code.
-    PRBReturnCode returnHeapData(PRBHeapDumpHandler& handler, long long processId, PRBSlist& list);
+    PRBReturnCode returnHeapData(PRBHeapDumpHandler& handler, long long processId,
+                                 PRBSampleList& list);
 
     // Walks the records of a level-0 dump: makes its live figures those of every class, and takes
     // objects that it does not name out of the object table. Bytes that are no whole record end
@@ -31,8 +32,9 @@ public:
     }
 
 private:
-    PRBReturnCode saveClasses(long long processId, PRBSlist& list);
+    PRBReturnCode saveClasses(long long processId, PRBSampleList& list);
 
+    std::uint32_t asked_ = 0;      // the number of the request in progress; 0: none
     std::uint32_t generation_ = 0; // of dumps; objects that a dump names carry it
 };
 

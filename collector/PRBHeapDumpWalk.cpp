@@ -15,9 +15,10 @@ namespace {
 constexpr unsigned kHeapTables =
     PRBRegistryLocks::kClass | PRBRegistryLocks::kArena | PRBRegistryLocks::kObject;
 
-// How many records ahead of the one looked at memory is asked for.
-constexpr std::ptrdiff_t kCellAhead = 16;
-constexpr std::ptrdiff_t kElementAhead = 8;
+// How many records ahead of the one looked at memory is asked for: the cells of the table, and
+// the object that they lead to.
+constexpr std::size_t kCellsAhead = 32;
+constexpr std::size_t kObjectsAhead = 16;
 
 std::uint32_t idAt(const char* record) {
     std::uint32_t id;
@@ -28,14 +29,19 @@ std::uint32_t idAt(const char* record) {
 } // namespace
 
 PRBHeapDumpWalk::PRBHeapDumpWalk(PRBMonitorHashTable& classes, PRBMonitorHashTable& arenas,
-                                 PRBMonitorHashTable& objects, unsigned generation)
-    : classes_(classes), arenas_(arenas), objects_(objects), generation_(generation) {
+                                 PRBMonitorHashTable& objects, unsigned generation,
+                                 std::uint32_t asked)
+    : classes_(classes),
+      arenas_(arenas),
+      objects_(objects),
+      generation_(generation),
+      asked_(asked) {
     unknown_.reserve(kBatch);
     told_.reserve(kBatch);
 }
 
 void PRBHeapDumpWalk::records(const char* at, const char* end) {
-    forgetLiveFigures();
+    beginFigures();
     while (end - at >= kRecord) {
         const std::ptrdiff_t n = std::min((end - at) / kRecord, kBatch);
         countKnown(at, at + n * kRecord);
@@ -50,32 +56,48 @@ void PRBHeapDumpWalk::records(const char* at, const char* end) {
     sweep();
 }
 
-void PRBHeapDumpWalk::forgetLiveFigures() {
+void PRBHeapDumpWalk::beginFigures() {
     PRBRegistryLocks locks(kHeapTables);
     PRBTableWalk walk(classes_);
-    while (auto* cls = static_cast<PRBJavaClass*>(walk())) cls->resetLive();
+    while (auto* cls = static_cast<PRBJavaClass*>(walk())) cls->dumpBegins();
+}
+
+// From here on the live objects are those of the dump.
+void PRBHeapDumpWalk::endFigures() {
+    PRBTableWalk walk(classes_);
+    while (auto* cls = static_cast<PRBJavaClass*>(walk())) cls->dumpEnds();
 }
 
 // The tables' own finds: the locks are held, and no object of a dump is asked for twice.
 void PRBHeapDumpWalk::countKnown(const char* at, const char* end) {
     unknown_.clear();
     PRBRegistryLocks locks(kHeapTables);
-    for (; at != end; at += kRecord) {
-        if (end - at > kCellAhead * kRecord)
-            objects_.prefetchCell(hashOf(toId(idAt(at + kCellAhead * kRecord))));
-        if (end - at > kElementAhead * kRecord)
-            objects_.prefetchElement(hashOf(toId(idAt(at + kElementAhead * kRecord))));
-        ++count_;
-        const std::uint32_t id = idAt(at);
-        if (id == 0) continue;
-        probe_.setNewId(toId(id));
-        auto* object = static_cast<PRBJavaObjectAllocated*>(objects_.PRBHashSet::find(&probe_));
-        if (object != nullptr)
-            count(*object);
-        else
-            unknown_.push_back(id);
+    const auto n = static_cast<std::size_t>((end - at) / kRecord);
+    count_ += static_cast<int>(n);
+    const auto idOf = [at](std::size_t i) { return idAt(at + i * std::size_t{kRecord}); };
+    const auto hashAt = [&idOf](std::size_t i) { return hashOf(idOf(i)); };
+    PRBCollectable* ahead[kObjectsAhead];
+    for (std::size_t i = 0; i < n + kObjectsAhead; ++i) {
+        if (i + kCellsAhead < n) objects_.prefetchCells(hashAt(i + kCellsAhead));
+        PRBCollectable*& slot = ahead[i % kObjectsAhead];
+        if (i >= kObjectsAhead) countOne(idOf(i - kObjectsAhead), slot);
+        if (i < n) {
+            slot = objects_.firstOfHash(hashAt(i));
+            __builtin_prefetch(slot, 1);
+        }
     }
     settle();
+}
+
+// `candidate`: the first object of the id's hash; nearly always the one.
+void PRBHeapDumpWalk::countOne(std::uint32_t id, PRBCollectable* candidate) {
+    if (id == 0) return;
+    const PRBJavaObjectAllocated::HasId isIt{toId(id)};
+    if (candidate != nullptr && !isIt(candidate)) candidate = objects_.findWith(hashOf(id), isIt);
+    if (candidate != nullptr)
+        count(static_cast<PRBJavaObjectAllocated&>(*candidate));
+    else
+        unknown_.push_back(id);
 }
 
 void PRBHeapDumpWalk::askForUnknown() {
@@ -108,7 +130,8 @@ void PRBHeapDumpWalk::recordTold() {
     objects_.reclaim(2 * told_.size());
     const std::size_t n = told_.size();
     for (std::size_t i = 0; i < n; ++i) {
-        if (i + kCellAhead < n) objects_.prefetchCell(hashOf(told_[i + kCellAhead].id));
+        if (i + kCellsAhead < n)
+            objects_.prefetchCells(PRBJavaObjectAllocated::hashOf(told_[i + kCellsAhead].id));
         if (told_[i].id != nullptr) record(told_[i]);
     }
     settle();
@@ -116,38 +139,34 @@ void PRBHeapDumpWalk::recordTold() {
 
 void PRBHeapDumpWalk::record(const PRBHeapDumpReplay::Object& told) {
     PRBJavaClass* cls = classOf(told.cls);
-    PRBJavaObjectAllocated* made = nullptr;
-    PRBJavaObjectAllocated* stored = nullptr;
-    if (objects_.PRBHashSet::entries() < mostRecords.load(std::memory_order_relaxed))
-        made = new PRBJavaObjectAllocated(arenaOf(told.arena), cls, told.isArray, told.size,
-                                          told.id, told.thread);
-    if (made != nullptr)
-        stored = static_cast<PRBJavaObjectAllocated*>(objects_.PRBHashSet::insert(made));
-    if (stored == nullptr) {
-        delete made;
+    PRBHashSet::Inserted stored{nullptr, false};
+    if (objects_.entriesHeld() < mostRecords.load(std::memory_order_relaxed))
+        stored = objects_.insertWith(
+            PRBJavaObjectAllocated::hashOf(told.id), PRBJavaObjectAllocated::HasId{told.id},
+            [&]() -> PRBCollectable* {
+                auto* made = new PRBJavaObjectAllocated(arenaOf(told.arena), cls, told.isArray,
+                                                        told.size, told.id, told.thread);
+                if (made != nullptr) made->setBorn(asked_);
+                return made;
+            });
+    auto* object = static_cast<PRBJavaObjectAllocated*>(stored.element);
+    if (object == nullptr) {
         if (cls != nullptr) tally(cls, told.size);
         return;
     }
-    if (stored != made) { // known meanwhile, or told twice
-        stored->update(made->getArena(), cls, told.isArray, told.size, told.thread);
-        delete made;
-    }
-    count(*stored);
+    if (!stored.isNew) // known meanwhile, or told twice
+        object->update(arenaOf(told.arena), cls, told.isArray, told.size, told.thread);
+    count(*object);
 }
 
 const PRBArena* PRBHeapDumpWalk::arenaOf(jint id) {
     if (!hasLastArena_ || lastArenaId_ != id) {
-        PRBArena probe(id, nullptr);
-        lastArena_ = static_cast<const PRBArena*>(arenas_.PRBHashSet::find(&probe));
+        lastArena_ = static_cast<const PRBArena*>(
+            arenas_.findWith(PRBArena::hashOf(id), PRBArena::HasId{id}));
         lastArenaId_ = id;
         hasLastArena_ = true;
     }
     return lastArena_;
-}
-
-std::uint32_t PRBHeapDumpWalk::hashOf(jobjectID id) {
-    ahead_.setNewId(id);
-    return ahead_.hash();
 }
 
 // Once per object, however often the dump names it.
@@ -170,7 +189,7 @@ void PRBHeapDumpWalk::tally(PRBJavaClass* cls, int size) {
 
 void PRBHeapDumpWalk::settle() {
     for (const Tally& row : tallies_.rows())
-        if (row.objects != 0) row.key->objectsFound(row.objects, row.bytes);
+        if (row.objects != 0) row.key->foundInDump(row.objects, row.bytes);
     tallies_.clear();
     known_.clear();
     hasLastArena_ = false;
@@ -179,20 +198,23 @@ void PRBHeapDumpWalk::settle() {
 PRBJavaClass* PRBHeapDumpWalk::classOf(jobjectID id) {
     if (id == nullptr) return nullptr;
     if (const Known* row = known_.find(id)) return row->cls;
-    PRBJavaClass probe(id);
-    auto* cls = static_cast<PRBJavaClass*>(classes_.PRBHashSet::find(&probe));
+    auto* cls = static_cast<PRBJavaClass*>(
+        classes_.findWith(PRBJavaClass::hashOf(id), PRBJavaClass::HasId{id}));
     if (cls != nullptr) known_.add({id, cls});
     return cls;
 }
 
-// Objects of the table that the dump did not name leave it. When as many carry the generation as
-// there are, none is looked at.
+// Objects of the table that the dump did not name leave it, but for those that were allocated
+// since the dump was asked for: they may be younger than the dump. When as many carry the
+// generation as there are, none is looked at.
 void PRBHeapDumpWalk::sweep() {
     PRBRegistryLocks locks(kHeapTables);
     if (PRBTrace::isDebugEnabled(PRBComponent::kCollector))
         PRBTrace::log("handleHeapDmp: iObjCount = %i", count_);
-    if (objects_.PRBHashSet::entries() == marked_) return;
+    endFigures();
+    if (objects_.entriesHeld() == marked_) return;
     PRBTableWalk walk(objects_);
     while (auto* object = static_cast<PRBJavaObjectAllocated*>(walk()))
-        if (object->getHeapScanCount() != generation_) objects_.removeAndDestroy(object);
+        if (object->getHeapScanCount() != generation_ && object->isOlderThan(asked_))
+            objects_.removeAndDestroy(object);
 }

@@ -22,9 +22,10 @@
 // stays counted.
 class PRBHeapDumpWalk {
 public:
-    // The generation marks the objects that the dump names. REQUIRES: not 0.
+    // The generation marks the objects that the dump names. REQUIRES: not 0. `asked`: the number
+    // in PRBObjectRecords that the dump's request began.
     PRBHeapDumpWalk(PRBMonitorHashTable& classes, PRBMonitorHashTable& arenas,
-                    PRBMonitorHashTable& objects, unsigned generation);
+                    PRBMonitorHashTable& objects, unsigned generation, std::uint32_t asked);
     // All of the dump. Bytes at the end that are no whole record are not looked at.
     void records(const char* at, const char* end);
 
@@ -56,13 +57,17 @@ private:
     static jobjectID toId(std::uint32_t id) {
         return reinterpret_cast<jobjectID>(static_cast<std::uintptr_t>(id));
     }
-    void forgetLiveFigures();
+    static std::uint32_t hashOf(std::uint32_t id) {
+        return PRBJavaObjectAllocated::hashOf(toId(id));
+    }
+    void beginFigures();
+    void endFigures();
     void countKnown(const char* at, const char* end);
+    void countOne(std::uint32_t id, PRBCollectable* candidate);
     void askForUnknown();
     void learnClasses();
     void recordTold();
     void record(const PRBHeapDumpReplay::Object& told);
-    std::uint32_t hashOf(jobjectID id);
     void count(PRBJavaObjectAllocated& object);
     void tally(PRBJavaClass* cls, int size);
     void settle();
@@ -74,6 +79,7 @@ private:
     PRBMonitorHashTable& arenas_;
     PRBMonitorHashTable& objects_;
     const unsigned generation_;
+    const std::uint32_t asked_;
     int count_ = 0;          // records of the dump
     std::size_t marked_ = 0; // objects of the table that carry the generation
     std::vector<std::uint32_t> unknown_;
@@ -83,8 +89,6 @@ private:
     jint lastArenaId_ = 0; // while the tables are held
     const PRBArena* lastArena_ = nullptr;
     bool hasLastArena_ = false;
-    PRBJavaObjectAllocated probe_; // of the object looked for
-    PRBJavaObjectAllocated ahead_; // of one that is looked for soon
 };
 
 #endif

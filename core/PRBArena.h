@@ -13,8 +13,17 @@ public:
     PRBArena() = default;
     PRBArena(int id, const char* arenaName) : arenaId(id), name(arenaName ? arenaName : "") {}
 
+    // For look-ups in "_ArenaTable" by a holder of it, without a key.
+    static std::uint32_t hashOf(int id) { return static_cast<std::uint32_t>(id); }
+    struct HasId {
+        int id;
+        bool operator()(const PRBCollectable* record) const {
+            return static_cast<const PRBArena*>(record)->arenaId == id;
+        }
+    };
+
     std::uint16_t isA() const override { return 32743; }
-    std::uint32_t hash() const override { return static_cast<std::uint32_t>(arenaId); }
+    std::uint32_t hash() const override { return hashOf(arenaId); }
     bool isEqual(const PRBCollectable* other) const override {
         return other->isA() == 32743 && static_cast<const PRBArena*>(other)->arenaId == arenaId;
     }

@@ -12,16 +12,6 @@
 // side by side, and addresses with a large stride still spread over all cells. Removal leaves a
 // tombstone unless the following cell is free, and so never moves an element.
 
-namespace {
-
-// Never dereferenced. A constant, so that one comparison tells elements from the rest.
-constexpr std::uintptr_t kTombstone = 1;
-PRBCollectable* tombstone() {
-    return reinterpret_cast<PRBCollectable*>(kTombstone); // NOLINT(performance-no-int-to-ptr)
-}
-
-} // namespace
-
 PRBHashSet::PRBHashSet(std::size_t buckets)
     : initial_(std::bit_ceil(std::max<std::size_t>(buckets, 16))) {}
 
@@ -81,48 +71,26 @@ bool PRBHashSet::grow() {
 }
 
 PRBCollectable* PRBHashSet::insert(PRBCollectable* item) {
-    if ((used_ + 1) * 8 > capacity_ * 5 && !grow()) return nullptr;
-    std::uint32_t hash = item->hash();
-    Cell* free = nullptr;
-    for (std::size_t i = home(hash);; i = (i + 1) & (capacity_ - 1)) {
-        Cell& cell = cells_[i];
-        if (cell.element == nullptr) {
-            if (free == nullptr) {
-                free = &cell;
-                ++used_;
-            }
-            break;
-        }
-        if (cell.element == tombstone()) {
-            if (free == nullptr) free = &cell;
-        } else if (cell.hash == hash && item->isEqual(cell.element)) {
-            return cell.element;
-        }
-    }
-    *free = Cell{item, hash};
-    ++entries_;
-    return item;
-}
-
-PRBHashSet::Cell* PRBHashSet::locate(const PRBCollectable* key) const {
-    if (entries_ == 0) return nullptr;
-    std::uint32_t hash = key->hash();
-    for (std::size_t i = home(hash);; i = (i + 1) & (capacity_ - 1)) {
-        Cell& cell = cells_[i];
-        if (cell.element == nullptr) return nullptr;
-        if (cell.hash == hash && cell.element != tombstone() && key->isEqual(cell.element))
-            return &cell;
-    }
+    return insertWith(
+               item->hash(),
+               [item](const PRBCollectable* element) { return item->isEqual(element); },
+               [item] { return item; })
+        .element;
 }
 
 PRBCollectable* PRBHashSet::find(const PRBCollectable* key) const {
-    const Cell* cell = locate(key);
-    return cell == nullptr ? nullptr : cell->element;
+    if (entries_ == 0) return nullptr;
+    return findWith(key->hash(),
+                    [key](const PRBCollectable* element) { return key->isEqual(element); });
 }
 
 PRBCollectable* PRBHashSet::remove(const PRBCollectable* key) {
-    Cell* cell = locate(key);
-    if (cell == nullptr) return nullptr;
+    if (entries_ == 0) return nullptr;
+    return removeWith(key->hash(),
+                      [key](const PRBCollectable* element) { return key->isEqual(element); });
+}
+
+PRBCollectable* PRBHashSet::take(Cell* cell) {
     PRBCollectable* element = cell->element;
     cell->element = tombstone();
     --entries_;

@@ -18,20 +18,48 @@ public:
     PRBHashSet(const PRBHashSet&) = delete;
     PRBHashSet& operator=(const PRBHashSet&) = delete;
 
+    // What an insertion answers: the element that the set holds now, null when it holds none,
+    // and whether it is a new one.
+    struct Inserted {
+        PRBCollectable* element;
+        bool isNew;
+    };
+
     // Set semantics: an equal element that is stored already is answered and the item is not
     // stored (it stays the caller's); otherwise the item itself is stored and answered. Null
     // when the set is full and there is no memory to grow.
     PRBCollectable* insert(PRBCollectable* item);
     PRBCollectable* find(const PRBCollectable* key) const;
     PRBCollectable* remove(const PRBCollectable* key); // the element, not deleted; null if absent
-    std::size_t entries() const { return entries_; }
-    // For walks that know which elements they will look for next: brings the first cell of a
-    // hash, and, once that has come, the element in it, into the cache.
-    void prefetchCell(std::uint32_t hash) const {
-        if (cells_ != nullptr) __builtin_prefetch(&cells_[home(hash)]);
+    // The same for callers that know more about the elements than that they are collectables, and
+    // so spare the set the calls of hash and isEqual: `matches` tells whether an element, whose
+    // hash is that of the key, is the one looked for.
+    template <typename Matches>
+    PRBCollectable* findWith(std::uint32_t hash, const Matches& matches) const {
+        const Cell* cell = locateWith(hash, matches);
+        return cell == nullptr ? nullptr : cell->element;
     }
-    void prefetchElement(std::uint32_t hash) const {
-        if (cells_ != nullptr) __builtin_prefetch(cells_[home(hash)].element);
+    template <typename Matches>
+    PRBCollectable* removeWith(std::uint32_t hash, const Matches& matches) {
+        Cell* cell = locateWith(hash, matches);
+        return cell == nullptr ? nullptr : take(cell);
+    }
+    // Null from `make`, which makes an element of that hash, stores nothing.
+    template <typename Matches, typename Make>
+    Inserted insertWith(std::uint32_t hash, const Matches& matches, const Make& make);
+    std::size_t entries() const { return entries_; }
+    // For walks that know which elements they will look for next: brings the first cells of a
+    // hash into the cache, and, once they have come, tells the first element of that hash without
+    // touching it; null when there is none.
+    void prefetchCells(std::uint32_t hash) const {
+        if (cells_ == nullptr) return;
+        const std::size_t first = home(hash);
+        __builtin_prefetch(&cells_[first]);
+        // One element in three lies a line of the cache further on.
+        __builtin_prefetch(&cells_[(first + 4) & (capacity_ - 1)]);
+    }
+    PRBCollectable* firstOfHash(std::uint32_t hash) const {
+        return findWith(hash, [](const PRBCollectable*) { return true; });
     }
     void clear();           // forgets the elements
     void clearAndDestroy(); // deletes the elements
@@ -80,7 +108,22 @@ private:
     std::size_t home(std::uint32_t hash) const {
         return (hash ^ (hash >> firstFold_) ^ (hash >> secondFold_)) & (capacity_ - 1);
     }
-    Cell* locate(const PRBCollectable* key) const;
+    // Never dereferenced.
+    static PRBCollectable* tombstone() {
+        return reinterpret_cast<PRBCollectable*>(kTombstone); // NOLINT(performance-no-int-to-ptr)
+    }
+    static constexpr std::uintptr_t kTombstone = 1;
+
+    template <typename Matches> Cell* locateWith(std::uint32_t hash, const Matches& matches) const {
+        if (entries_ == 0) return nullptr;
+        for (std::size_t i = home(hash);; i = (i + 1) & (capacity_ - 1)) {
+            Cell& cell = cells_[i];
+            if (cell.element == nullptr) return nullptr;
+            if (cell.hash == hash && isElement(cell.element) && matches(cell.element)) return &cell;
+        }
+    }
+    PRBCollectable* take(Cell* cell); // out of the set
+    bool hasRoom() { return (used_ + 1) * 8 <= capacity_ * 5 || grow(); }
     bool grow();
 
     Cell* cells_ = nullptr;
@@ -90,5 +133,30 @@ private:
     std::size_t used_ = 0; // entries and tombstones
     unsigned firstFold_ = 31, secondFold_ = 31;
 };
+
+template <typename Matches, typename Make>
+PRBHashSet::Inserted PRBHashSet::insertWith(std::uint32_t hash, const Matches& matches,
+                                            const Make& make) {
+    if (!hasRoom()) return {nullptr, false};
+    Cell* free = nullptr;
+    std::size_t i = home(hash);
+    for (; cells_[i].element != nullptr; i = (i + 1) & (capacity_ - 1)) {
+        Cell& cell = cells_[i];
+        if (cell.element == tombstone()) {
+            if (free == nullptr) free = &cell;
+        } else if (cell.hash == hash && matches(cell.element)) {
+            return {cell.element, false};
+        }
+    }
+    PRBCollectable* made = make();
+    if (made == nullptr) return {nullptr, false};
+    if (free == nullptr) {
+        free = &cells_[i];
+        ++used_;
+    }
+    *free = Cell{made, hash};
+    ++entries_;
+    return {made, true};
+}
 
 #endif

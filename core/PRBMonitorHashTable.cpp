@@ -1,17 +1,10 @@
 #include "core/PRBMonitorHashTable.h"
 
-#include "core/PRBTrace.h"
-
 #include <utility>
 
 namespace {
 
-// Deleted by each insertion while detached elements are left: more than are inserted, so that
-// a collection's elements are gone before the next one's arrive, and few enough to go unnoticed.
-constexpr std::size_t kReclaimStep = 64;
-
 using Scope = PRBTraceScope;
-constexpr int kClass = PRBTraceClass::kMember;
 constexpr const char* kName = PRBComponent::kMonitorGlobal;
 
 } // namespace
@@ -20,7 +13,7 @@ PRBMonitorHashTable::PRBMonitorHashTable(const char* name, JVMPI_Interface* jvmp
                                          _SerializationType serialization)
     : serializationType(serialization),
       monitor(serialization == kSelfGuarding ? new PRBJavaRawMonitor(name, jvmpi) : nullptr) {
-    Scope trace(kClass, kName, "PRBMonitorHashTable constructor");
+    Scope trace(kTraceClass, kName, "PRBMonitorHashTable constructor");
 }
 
 PRBMonitorHashTable::~PRBMonitorHashTable() {
@@ -36,7 +29,7 @@ void PRBMonitorHashTable::release() const {
 }
 
 PRBCollectable* PRBMonitorHashTable::find(const PRBCollectable* key) const {
-    Scope trace(kClass, kName, "PRBMonitorHashTable::find");
+    Scope trace(kTraceClass, kName, kFind);
     PRBTableLock guard(*this);
     if (lastFound != nullptr && lastFound->isEqual(key)) return lastFound;
     PRBCollectable* found = PRBHashSet::find(key);
@@ -45,7 +38,7 @@ PRBCollectable* PRBMonitorHashTable::find(const PRBCollectable* key) const {
 }
 
 PRBCollectable* PRBMonitorHashTable::insert(PRBCollectable* item) {
-    Scope trace(kClass, kName, "PRBMonitorHashTable::insert");
+    Scope trace(kTraceClass, kName, kInsert);
     PRBTableLock guard(*this);
     if (detached != nullptr && !inPause) reclaim(kReclaimStep);
     PRBCollectable* stored = PRBHashSet::insert(item);
@@ -54,7 +47,7 @@ PRBCollectable* PRBMonitorHashTable::insert(PRBCollectable* item) {
 }
 
 PRBCollectable* PRBMonitorHashTable::remove(const PRBCollectable* key) {
-    Scope trace(kClass, kName, "PRBMonitorHashTable::remove");
+    Scope trace(kTraceClass, kName, kRemove);
     PRBTableLock guard(*this);
     if (lastFound != nullptr && lastFound->isEqual(key)) lastFound = nullptr;
     return PRBHashSet::remove(key);
@@ -68,7 +61,7 @@ bool PRBMonitorHashTable::removeAndDestroy(const PRBCollectable* key) {
 }
 
 void PRBMonitorHashTable::clearAndDestroy() {
-    Scope trace(kClass, kName, "PRBMonitorHashTable::clearAndDestroy");
+    Scope trace(kTraceClass, kName, "PRBMonitorHashTable::clearAndDestroy");
     PRBTableLock guard(*this);
     lastFound = nullptr;
     PRBHashSet::clearAndDestroy();

@@ -5,6 +5,7 @@
 
 #include "core/PRBHashSet.h"
 #include "core/PRBJavaRawMonitor.h"
+#include "core/PRBTrace.h"
 
 #include <memory>
 
@@ -32,6 +33,33 @@ public:
     void clearAndDestroy();
     std::size_t entries() const;
 
+    // For a holder of the table who knows its elements, as PRBHashSet: the monitor is not entered
+    // once more. They use and keep the element last touched as find, insert and remove do.
+    template <typename Matches>
+    PRBCollectable* findHeld(std::uint32_t hash, const Matches& matches) const {
+        PRBTraceScope trace(kTraceClass, PRBComponent::kMonitorGlobal, kFind);
+        if (lastFound != nullptr && matches(lastFound)) return lastFound;
+        PRBCollectable* found = findWith(hash, matches);
+        if (found != nullptr) lastFound = found;
+        return found;
+    }
+    template <typename Matches, typename Make>
+    Inserted insertHeld(std::uint32_t hash, const Matches& matches, const Make& make) {
+        PRBTraceScope trace(kTraceClass, PRBComponent::kMonitorGlobal, kInsert);
+        if (detached != nullptr && !inPause) reclaim(kReclaimStep);
+        const Inserted inserted = insertWith(hash, matches, make);
+        lastFound = inserted.element;
+        return inserted;
+    }
+    template <typename Matches>
+    PRBCollectable* removeHeld(std::uint32_t hash, const Matches& matches) {
+        PRBTraceScope trace(kTraceClass, PRBComponent::kMonitorGlobal, kRemove);
+        PRBCollectable* removed = removeWith(hash, matches);
+        if (lastFound == removed) lastFound = nullptr;
+        return removed;
+    }
+    std::size_t entriesHeld() const { return PRBHashSet::entries(); }
+
     // Holds the monitor until destroyIterator, which must run on the same thread.
     Iterator* getIterator();
     void destroyIterator(Iterator* iterator);
@@ -53,6 +81,15 @@ public:
     bool reclaim(std::size_t limit);
 
 private:
+    static constexpr int kTraceClass = PRBTraceClass::kMember;
+    static constexpr const char* kFind = "PRBMonitorHashTable::find";
+    static constexpr const char* kInsert = "PRBMonitorHashTable::insert";
+    static constexpr const char* kRemove = "PRBMonitorHashTable::remove";
+    // Deleted by each insertion while detached elements are left: more than are inserted, so that
+    // a collection's elements are gone before the next one's arrive, and few enough to go
+    // unnoticed.
+    static constexpr std::size_t kReclaimStep = 64;
+
     const _SerializationType serializationType;
     std::unique_ptr<PRBJavaRawMonitor> monitor; // null unless self-guarding
     mutable PRBCollectable* lastFound = nullptr;

@@ -25,41 +25,57 @@ constexpr unsigned kObjectLocks = Locks::kClass | Locks::kArena | Locks::kObject
 
 std::atomic<bool> boundLogged{false};
 
+// With the registry held.
 PRBJavaClass* peekClass(jobjectID id) {
     if (id == nullptr) return nullptr;
-    PRBJavaClass probe(id);
-    return static_cast<PRBJavaClass*>(PRBContext::getClassTable()->find(&probe));
+    return static_cast<PRBJavaClass*>(
+        PRBContext::getClassTable()->findHeld(PRBJavaClass::hashOf(id), PRBJavaClass::HasId{id}));
 }
 
 const PRBArena* peekArena(jint id) {
-    PRBArena probe(id, nullptr);
-    return static_cast<const PRBArena*>(PRBContext::getArenaTable()->find(&probe));
+    return static_cast<const PRBArena*>(
+        PRBContext::getArenaTable()->findHeld(PRBArena::hashOf(id), PRBArena::HasId{id}));
+}
+
+PRBJavaObjectAllocated* takeObject(jobjectID id) {
+    return static_cast<PRBJavaObjectAllocated*>(PRBContext::getObjectTable()->removeHeld(
+        PRBJavaObjectAllocated::hashOf(id), PRBJavaObjectAllocated::HasId{id}));
 }
 
 bool haveTables() { return PRBContext::getObjectTable() != nullptr; }
+
+void logBound(std::size_t most) {
+    if (!boundLogged.exchange(true))
+        PRBTrace::log("Allocation records have reached %i, further allocations are counted "
+                      "without a record",
+                      static_cast<int>(most));
+}
 
 // True when the allocation is news: the object was not known.
 bool recordAllocation(const JVMPI_Event* event, PRBJavaClass* cls) {
     const auto& alloc = event->u.obj_alloc;
     PRBMonitorHashTable& objects = *PRBContext::getObjectTable();
     const PRBArena* arena = peekArena(alloc.arena_id);
-    PRBJavaObjectAllocated probe(alloc.obj_id);
-    if (auto* known = static_cast<PRBJavaObjectAllocated*>(objects.find(&probe))) {
-        known->update(arena, cls, alloc.is_array, alloc.size, event->env_id);
-        return false;
-    }
+    const std::uint32_t hash = PRBJavaObjectAllocated::hashOf(alloc.obj_id);
+    const PRBJavaObjectAllocated::HasId isIt{alloc.obj_id};
     const std::size_t most = PRBObjectRecords::most.load(std::memory_order_relaxed);
-    if (objects.entries() >= most) {
-        if (!boundLogged.exchange(true))
-            PRBTrace::log("Allocation records have reached %i, further allocations are counted "
-                          "without a record",
-                          static_cast<int>(most));
-        return true;
+    PRBCollectable* known = nullptr;
+    if (objects.entriesHeld() >= most) {
+        known = objects.findHeld(hash, isIt);
+        if (known == nullptr) logBound(most);
+    } else {
+        const auto inserted = objects.insertHeld(hash, isIt, [&]() -> PRBCollectable* {
+            auto* made = new PRBJavaObjectAllocated(arena, cls, alloc.is_array, alloc.size,
+                                                    alloc.obj_id, event->env_id);
+            if (made != nullptr) made->setBorn(PRBObjectRecords::now());
+            return made;
+        });
+        if (!inserted.isNew) known = inserted.element;
     }
-    auto* object = new PRBJavaObjectAllocated(arena, cls, alloc.is_array, alloc.size, alloc.obj_id,
-                                              event->env_id);
-    if (object != nullptr && objects.insert(object) != object) delete object;
-    return true;
+    if (known == nullptr) return true;
+    static_cast<PRBJavaObjectAllocated*>(known)->update(arena, cls, alloc.is_array, alloc.size,
+                                                        event->env_id);
+    return false;
 }
 
 } // namespace
@@ -92,10 +108,9 @@ void PRBEventHandlers::HandleObjectFree(JVMPI_Event* event) {
     PRBTraceScope trace(kFrequent, kName, "PRBMonitorGlobal::HandleObjectFree");
     if (!haveTables()) return;
     PRBGarbageCollectionStats::instance().objectFreed();
-    Locks locks(kObjectLocks);
-    PRBJavaObjectAllocated probe(event->u.obj_free.obj_id);
-    auto* object =
-        static_cast<PRBJavaObjectAllocated*>(PRBContext::getObjectTable()->remove(&probe));
+    // The record's class is never deleted, and its figures are under the object registry.
+    Locks locks(Locks::kObject);
+    PRBJavaObjectAllocated* object = takeObject(event->u.obj_free.obj_id);
     if (object == nullptr) return;
     if (object->getClass() != nullptr) object->getClass()->objectFreed(object->getSize());
     if (JNIEnv* env = object->getAllocatingThread()) {
@@ -113,10 +128,8 @@ void PRBEventHandlers::HandleObjectMove(JVMPI_Event* event) {
     if (move.obj_id == nullptr || move.new_obj_id == nullptr) return;
     Locks locks(kObjectLocks);
     PRBMonitorHashTable& objects = *PRBContext::getObjectTable();
-    PRBJavaObjectAllocated from(move.obj_id);
-    if (auto* object = static_cast<PRBJavaObjectAllocated*>(objects.remove(&from))) {
-        PRBJavaObjectAllocated to(move.new_obj_id);
-        objects.removeAndDestroy(&to);
+    if (PRBJavaObjectAllocated* object = takeObject(move.obj_id)) {
+        delete takeObject(move.new_obj_id);
         object->setNewId(move.new_obj_id);
         object->setNewArena(peekArena(move.new_arena_id));
         if (object->getClass() != nullptr) object->getClass()->objectMoved();

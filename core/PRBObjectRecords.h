@@ -4,6 +4,7 @@
 
 #include <atomic>
 #include <cstddef>
+#include <cstdint>
 
 struct PRBObjectRecords {
     // Records live until the next collection, which may be tens of millions of allocations away.
@@ -12,6 +13,16 @@ struct PRBObjectRecords {
     static constexpr std::size_t kMost = 4000000;
     // The bound in force; read by the allocation handler, set by nobody but tests.
     inline static std::atomic<std::size_t> most{kMost};
+
+    // Counts the dumps of the heap that were asked for. A record carries the number in force at
+    // its allocation: one that is not older than a dump's request may be missing from that dump
+    // because the object did not exist yet.
+    inline static std::atomic<std::uint32_t> dumpsAsked{0};
+    static std::uint32_t now() { return dumpsAsked.load(std::memory_order_relaxed); }
+    // To be called before the request; answers the new number.
+    static std::uint32_t askForDump() {
+        return dumpsAsked.fetch_add(1, std::memory_order_relaxed) + 1;
+    }
 };
 
 #endif

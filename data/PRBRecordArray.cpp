@@ -4,6 +4,7 @@
 #include <cstdint>
 #include <cstdlib>
 #include <cstring>
+#include <utility>
 
 namespace {
 
@@ -13,8 +14,10 @@ constexpr std::size_t kFirstBlock = 64 * 1024;
 
 bool PRBRecordArray::reserve(std::size_t more) {
     if (more <= capacity_ - size_) return true;
+    if (more > kMost - size_) return false;
     // The C library moves the pages of a large block instead of copying them.
-    const std::size_t capacity = std::max({kFirstBlock, capacity_ * 2, size_ + more});
+    const std::size_t capacity =
+        std::max({kFirstBlock, std::min(capacity_ * 2, kMost), size_ + more});
     void* block = std::realloc(bytes_, capacity);
     if (block == nullptr) return false;
     PRBMemoryManager::count(capacity - capacity_);
@@ -32,6 +35,13 @@ bool PRBRecordArray::add(const PRBTransportableData& record) {
     std::memcpy(bytes_ + size_ + kLengthField, record_.data(), record_.size());
     size_ += kLengthField + record_.size();
     return true;
+}
+
+void PRBRecordArray::swap(PRBRecordArray& other) noexcept {
+    record_.swap(other.record_);
+    std::swap(bytes_, other.bytes_);
+    std::swap(size_, other.size_);
+    std::swap(capacity_, other.capacity_);
 }
 
 void PRBRecordArray::clear() {

@@ -43,10 +43,8 @@ PRBJavaClass::Field* copyFields(const JVMPI_Field* fields, int& count) {
 
 // Takes `amount` away unless that would fall below zero.
 void subtractFloored(std::atomic<long long>& counter, long long amount) {
-    long long value = counter.load(std::memory_order_relaxed);
-    while (value >= amount &&
-           !counter.compare_exchange_weak(value, value - amount, std::memory_order_relaxed)) {
-    }
+    const long long value = counter.load(std::memory_order_relaxed);
+    if (value >= amount) counter.store(value - amount, std::memory_order_relaxed);
 }
 
 } // namespace
@@ -85,8 +83,10 @@ void PRBJavaClass::learnShape(const JVMPI_Event* event) {
 }
 
 PRBJavaClass::~PRBJavaClass() {
-    PRBMemoryManager::release(staticFields, bytesOf(numStaticFields));
-    PRBMemoryManager::release(instanceFields, bytesOf(numInstanceFields));
+    // Most are keys of a look-up and have none.
+    if (staticFields != nullptr) PRBMemoryManager::release(staticFields, bytesOf(numStaticFields));
+    if (instanceFields != nullptr)
+        PRBMemoryManager::release(instanceFields, bytesOf(numInstanceFields));
 }
 
 bool PRBJavaClass::isEqual(const PRBCollectable* other) const {
@@ -112,31 +112,25 @@ void PRBJavaClass::learnNames(const char* name, const char* source) {
 }
 
 void PRBJavaClass::objectCreated(int size) {
-    allocations.fetch_add(1, std::memory_order_relaxed);
-    objectFound(size);
-}
-
-void PRBJavaClass::objectsFound(long long n, long long bytes) {
-    liveObjects.fetch_add(n, std::memory_order_relaxed);
-    liveBytes.fetch_add(bytes, std::memory_order_relaxed);
+    add(allocations, 1);
+    add(liveObjects, 1);
+    add(liveBytes, size);
 }
 
 void PRBJavaClass::objectFreed(int size) {
-    frees.fetch_add(1, std::memory_order_relaxed);
+    add(frees, 1);
     subtractFloored(liveObjects, 1);
     subtractFloored(liveBytes, size);
 }
 
 void PRBJavaClass::resetStats() {
-    resetLive();
-    allocations.store(0, std::memory_order_relaxed);
-    frees.store(0, std::memory_order_relaxed);
-    moves.store(0, std::memory_order_relaxed);
+    for (auto* figure : {&liveObjects, &liveBytes, &allocations, &frees, &moves})
+        figure->store(0, std::memory_order_relaxed);
 }
 
-void PRBJavaClass::resetLive() {
-    liveObjects.store(0, std::memory_order_relaxed);
-    liveBytes.store(0, std::memory_order_relaxed);
+void PRBJavaClass::dumpEnds() {
+    liveObjects.store(dumpObjects, std::memory_order_relaxed);
+    liveBytes.store(dumpBytes, std::memory_order_relaxed);
 }
 
 void PRBJavaClass::markDead() {

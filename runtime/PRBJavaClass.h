@@ -48,8 +48,17 @@ public:
     PRBJavaClass(const PRBJavaClass&) = delete;
     PRBJavaClass& operator=(const PRBJavaClass&) = delete;
 
+    // For look-ups in "_ClassTable" by a holder of it, without a key.
+    static std::uint32_t hashOf(jobjectID id) { return foldPointer(id); }
+    struct HasId {
+        jobjectID id;
+        bool operator()(const PRBCollectable* record) const {
+            return static_cast<const PRBJavaClass*>(record)->getClassId() == id;
+        }
+    };
+
     std::uint16_t isA() const override { return 32744; }
-    std::uint32_t hash() const override { return foldPointer(getClassId()); }
+    std::uint32_t hash() const override { return hashOf(getClassId()); }
     bool isEqual(const PRBCollectable* other) const override;
     int shouldBeMonitored() override; // a dead class answers 1
 
@@ -74,15 +83,20 @@ public:
     const Field* getStaticFields() const { return staticFields; }     // null when none
     const Field* getInstanceFields() const { return instanceFields; } // null when none
 
+    // The figures of its objects are changed and reset under the object registry, which every
+    // allocation, free, move and walk of the heap holds; anybody may read them.
     void objectCreated(int size); // bytes
     void objectFreed(int size);
-    void objectMoved() { moves.fetch_add(1, std::memory_order_relaxed); }
+    void objectMoved() { add(moves, 1); }
     void resetStats();
-    // Zeroes the live objects and bytes only: a heap dump counts them anew.
-    void resetLive();
-    // Counts objects of a heap dump: live only, no allocations.
-    void objectsFound(long long n, long long bytes);
-    void objectFound(int size) { objectsFound(1, size); }
+    // A walk of a heap dump counts the class's objects apart, so that events which arrive
+    // meanwhile change nothing in what the dump tells; at its end they are the live ones.
+    void dumpBegins() { dumpObjects = dumpBytes = 0; }
+    void foundInDump(long long n, long long bytes) {
+        dumpObjects += n;
+        dumpBytes += bytes;
+    }
+    void dumpEnds();
     long long getNumObjects() const { return liveObjects.load(std::memory_order_relaxed); }
     long long getNumBytes() const { return liveBytes.load(std::memory_order_relaxed); }
     long long getNumAllocations() const { return allocations.load(std::memory_order_relaxed); }
@@ -98,6 +112,11 @@ public:
     PRBJavaMethod* firstMethod() const { return methods; }
 
 private:
+    // No other thread writes meanwhile.
+    static void add(std::atomic<long long>& figure, long long n) {
+        figure.store(figure.load(std::memory_order_relaxed) + n, std::memory_order_relaxed);
+    }
+
     PRBSharedText className;
     PRBSharedText sourceName;
     std::atomic<jobjectID> classId{nullptr};
@@ -113,6 +132,7 @@ private:
     std::atomic<long long> allocations{0};
     std::atomic<long long> frees{0};
     std::atomic<long long> moves{0};
+    long long dumpObjects = 0, dumpBytes = 0; // of the walk in progress
     std::atomic<bool> dead{false};
     PRBJavaMethod* methods = nullptr;
 };

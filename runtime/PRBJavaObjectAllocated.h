@@ -24,8 +24,17 @@ public:
     static void* operator new(std::size_t, void* place) noexcept { return place; }
     static void operator delete(void* p, std::size_t size) noexcept;
 
+    // For look-ups in "_ObjectTable" by a holder of it, without a key.
+    static std::uint32_t hashOf(jobjectID id) { return foldPointer(id); }
+    struct HasId {
+        jobjectID id;
+        bool operator()(const PRBCollectable* record) const {
+            return static_cast<const PRBJavaObjectAllocated*>(record)->objectId == id;
+        }
+    };
+
     std::uint16_t isA() const override { return 32742; }
-    std::uint32_t hash() const override { return foldPointer(objectId); }
+    std::uint32_t hash() const override { return hashOf(objectId); }
     bool isEqual(const PRBCollectable* other) const override;
     // The class's decision, 2 without a class; nothing is stored here.
     int shouldBeMonitored() override;
@@ -43,6 +52,11 @@ public:
     JNIEnv* getAllocatingThread() const { return thread; }
     unsigned getHeapScanCount() const { return heapScanCount; }
     void setHeapScanCount(unsigned n) { heapScanCount = n; }
+    // PRBObjectRecords::now() at its allocation; numbers wrap.
+    bool isOlderThan(std::uint32_t dump) const {
+        return static_cast<std::int32_t>(born - dump) < 0;
+    }
+    void setBorn(std::uint32_t dump) { born = dump; }
     // A second allocation event for an id that is known already.
     void update(const PRBArena* a, PRBJavaClass* c, int array, int bytes, JNIEnv* env);
 
@@ -54,6 +68,7 @@ private:
     jobjectID objectId = nullptr;
     JNIEnv* thread = nullptr;
     unsigned heapScanCount = 0;
+    std::uint32_t born = 0; // beside the count: fills the record to 64 bytes on 64 bit
 };
 
 #endif

@@ -130,10 +130,16 @@ long long PRBJavaThread::TimeSpan(const timeval& start, const timeval& end) {
 
 void PRBJavaThread::heapAllocation(long long size) {
     PRBTraceScope trace(PRBTraceClass::kFrequent, kName, "PRBJavaThread::heapAllocation");
-    bytesAllocated.fetch_add(size, kRelaxed);
-    allocationCount.fetch_add(1, kRelaxed);
-    netObjects.fetch_add(1, kRelaxed);
-    liveBytes.fetch_add(size, kRelaxed);
+    if (isAllocator()) {
+        const auto add = [](std::atomic<long long>& total, long long n) {
+            total.store(total.load(kRelaxed) + n, kRelaxed);
+        };
+        add(allocatedHere.objects, 1);
+        add(allocatedHere.bytes, size);
+    } else {
+        allocatedElsewhere.objects.fetch_add(1, kRelaxed);
+        allocatedElsewhere.bytes.fetch_add(size, kRelaxed);
+    }
     if ((PRBContext::getDataBeingCollected() & PRBCollect::kMethods) == 0) return;
     MethodFrequency key(getCurrentMethod()); // may ask the VM, so before the table
     // Found and used under the table, so that no removal can come between.
@@ -143,12 +149,19 @@ void PRBJavaThread::heapAllocation(long long size) {
 }
 
 void PRBJavaThread::heapFree(long long size) {
-    int objects = netObjects.load(kRelaxed);
-    while (objects != 0 && !netObjects.compare_exchange_weak(objects, objects - 1, kRelaxed)) {
+    long long gone = netGone.load(kRelaxed);
+    while (totalObjects() != gone && !netGone.compare_exchange_weak(gone, gone + 1, kRelaxed)) {
     }
-    long long live = liveBytes.load(kRelaxed);
-    while (live >= size && !liveBytes.compare_exchange_weak(live, live - size, kRelaxed)) {
-    }
+    const long long freed = freedBytes.load(kRelaxed);
+    if (totalBytes() - freed >= size) freedBytes.store(freed + size, kRelaxed);
+}
+
+// Whoever reports first; events come on the thread that they are about.
+bool PRBJavaThread::isAllocator() {
+    const auto self = static_cast<std::uintptr_t>(pthread_self());
+    std::uintptr_t known = allocator.load(kRelaxed);
+    return known == self ||
+           (known == 0 && allocator.compare_exchange_strong(known, self, kRelaxed));
 }
 
 // ---- Collection -----------------------------------------------------------------------------
@@ -193,9 +206,10 @@ int PRBJavaThread::createSample(PRBCThreadSample& sample, long long value310, lo
         sample.saveNumericData(307, waitTime.exchange(0, kRelaxed) / 1000000);
     }
     if ((collected & PRBCollect::kHeapAllocation) != 0) {
-        sample.saveNumericData(308, allocationCount.exchange(0, kRelaxed));
-        sample.saveNumericData(309, bytesAllocated.exchange(0, kRelaxed));
-        sample.saveNumericData(340, netObjects.exchange(0, kRelaxed));
+        const long long objects = totalObjects(), bytes = totalBytes();
+        sample.saveNumericData(308, objects - reported.objects.exchange(objects, kRelaxed));
+        sample.saveNumericData(309, bytes - reported.bytes.exchange(bytes, kRelaxed));
+        sample.saveNumericData(340, objects - netGone.exchange(objects, kRelaxed));
     }
     sample.saveNumericData(310, value310);
     sample.saveNumericData(311, cpuTime.exchange(0, kRelaxed) / divisor);
@@ -211,8 +225,8 @@ void PRBJavaThread::clearCounters() {
     waitTime.store(0, kRelaxed);
     contentionCount.store(0, kRelaxed);
     waitCount.store(0, kRelaxed);
-    bytesAllocated.store(0, kRelaxed);
-    allocationCount.store(0, kRelaxed);
+    reported.bytes.store(totalBytes(), kRelaxed);
+    reported.objects.store(totalObjects(), kRelaxed);
     forgetUnsampledTimes();
     cpuTime.store(0, kRelaxed);
 
@@ -263,12 +277,12 @@ PRBJavaThread::Counters PRBJavaThread::getCounters() const {
             unsampledContention.load(kRelaxed) + sampledContention.load(kRelaxed),
             unsampledWait.load(kRelaxed) + sampledWait.load(kRelaxed),
             cpuTime.load(kRelaxed),
-            bytesAllocated.load(kRelaxed),
-            liveBytes.load(kRelaxed),
+            totalBytes() - reported.bytes.load(kRelaxed),
+            totalBytes() - freedBytes.load(kRelaxed),
             contentionCount.load(kRelaxed),
             waitCount.load(kRelaxed),
-            allocationCount.load(kRelaxed),
-            netObjects.load(kRelaxed)};
+            static_cast<int>(totalObjects() - reported.objects.load(kRelaxed)),
+            static_cast<int>(totalObjects() - netGone.load(kRelaxed))};
 }
 
 timeval PRBJavaThread::getLastSampleTime() const { return fromMicros(lastSampleTime.us.load()); }

@@ -76,7 +76,8 @@ public:
     void monitorWait(jobjectID object);
     void monitorWaited(jobjectID object);
     void heapAllocation(long long size); // bytes
-    void heapFree(long long size);       // from any thread, inside a collection pause too
+    // From any thread, inside a collection pause too. REQUIRES: the object registry held.
+    void heapFree(long long size);
 
     // ---- Collection ----
     // Fills the sample and resets the counters; answers 1.
@@ -230,8 +231,26 @@ private:
 
     std::atomic<long long> contentionTime{0}, waitTime{0};
     std::atomic<int> contentionCount{0}, waitCount{0};
-    std::atomic<long long> bytesAllocated{0}, liveBytes{0};
-    std::atomic<int> allocationCount{0}, netObjects{0};
+    // Every word has one writer, so that an event costs no locked instruction but the one that
+    // a free shares with the sample: what the thread itself allocated in its life, what other
+    // threads reported for it, and how much of both is out of each figure again.
+    struct Allocated {
+        std::atomic<long long> objects{0}, bytes{0};
+    };
+    Allocated allocatedHere, allocatedElsewhere;
+    std::atomic<std::uintptr_t> allocator{0}; // the POSIX thread of allocatedHere
+    Allocated reported;                       // in samples: the collector's
+    std::atomic<long long> netGone{0};        // objects freed, or in samples
+    std::atomic<long long> freedBytes{0};     // under the object registry
+    long long totalObjects() const {
+        return allocatedHere.objects.load(std::memory_order_relaxed) +
+               allocatedElsewhere.objects.load(std::memory_order_relaxed);
+    }
+    long long totalBytes() const {
+        return allocatedHere.bytes.load(std::memory_order_relaxed) +
+               allocatedElsewhere.bytes.load(std::memory_order_relaxed);
+    }
+    bool isAllocator();
     // Nanoseconds, by the thread while the sampler is off; and samples, by the sampler. Apart,
     // because a block may end while the sampler goes active.
     std::atomic<long long> unsampledContention{0}, unsampledWait{0};

@@ -48,6 +48,7 @@ bool PRBJavaThread::MethodFrequency::reportForThisMethod() {
 }
 
 bool PRBJavaThread::MethodFrequency::isReported() {
+    if (isNotReportable()) return false;
     const std::uint64_t epoch = getDecisionEpoch();
     const std::uint64_t noted = reportDecision.load(kRelaxed);
     if (noted != 0 && noted >> 32 == epoch) return (noted & 1U) != 0;
@@ -64,13 +65,16 @@ struct PRBJavaThread::MethodFrequency::Taken {
 };
 
 PRBJavaThread::MethodFrequency::Taken PRBJavaThread::MethodFrequency::take() {
+    // Most are 0 most of the time, and a look is cheaper than an exchange.
+    const auto zero = [](std::atomic<long long>& counter) {
+        return counter.load(kRelaxed) == 0 ? 0 : counter.exchange(0, kRelaxed);
+    };
     updated.store(0, kRelaxed);
     const long long exits = exitCalleeCpu.load(kRelaxed);
-    const long long callee =
-        calleeCpu.exchange(0, kRelaxed) + exits - exitCalleeTaken.exchange(exits, kRelaxed);
-    return {ownCpu.exchange(0, kRelaxed),       callee,
-            contentions.exchange(0, kRelaxed),  waits.exchange(0, kRelaxed),
-            contentionNs.exchange(0, kRelaxed), waitNs.exchange(0, kRelaxed)};
+    const long long taken = exitCalleeTaken.load(kRelaxed); // written here only
+    if (exits != taken) exitCalleeTaken.store(exits, kRelaxed);
+    const long long callee = zero(calleeCpu) + exits - taken;
+    return {zero(ownCpu), callee, zero(contentions), zero(waits), zero(contentionNs), zero(waitNs)};
 }
 
 // False when nothing can be written now; the record is not reportable for good when the method
@@ -82,22 +86,22 @@ bool PRBJavaThread::MethodFrequency::fillNames() {
     // What is missing is asked for first: the VM is never called under a registry.
     {
         PRBReclaimer::Reader hold;
-        if (auto* method = static_cast<PRBJavaMethod*>(table->find(&key))) {
-            if (method->getClass() != nullptr) {
-                method->getMethodName();
-                method->getMethodSignature();
+        if (auto* asked = static_cast<PRBJavaMethod*>(table->find(&key))) {
+            if (asked->getClass() != nullptr) {
+                asked->getMethodName();
+                asked->getMethodSignature();
             }
         }
     }
     PRBRegistryLocks hold(kClassAndMethod);
-    const auto* method = static_cast<const PRBJavaMethod*>(table->find(&key));
-    if (method == nullptr) {
+    const auto* found = static_cast<const PRBJavaMethod*>(table->find(&key));
+    if (found == nullptr) {
         notReportable.store(true, kRelaxed);
         return false;
     }
     const PRBJavaClass* known = cls.load(kRelaxed);
     if (known == nullptr) {
-        known = method->peekClass();
+        known = found->peekClass();
         cls.store(known, std::memory_order_release);
     }
     if (known == nullptr) {
@@ -106,8 +110,9 @@ bool PRBJavaThread::MethodFrequency::fillNames() {
     }
     if (!isMonitored(*known)) return false;
     className = known->getClassName();
-    methodName = method->peekMethodName();
-    methodSignature = method->peekMethodSignature();
+    method.assign(found->peekMethodName()).push_back('\0');
+    signatureAt = method.size();
+    method += found->peekMethodSignature();
     return true;
 }
 
@@ -115,7 +120,7 @@ int PRBJavaThread::MethodFrequency::createSample(PRBMethodUsageSample& sample, l
                                                  long long value310, long long value315) {
     PRBTraceScope trace(PRBTraceClass::kDetail, kName,
                         "PRBJavaThread::MethodFrequency::createSample");
-    if (!reportForThisMethod() || !isUpdated()) return trace.returns(0);
+    if (!isReported() || !isUpdated()) return trace.returns(0);
     const Taken taken = take();
     const long long divisor = PRBContext::getSimulatedSamplingDivisor();
     if (divisor == 0) return trace.returns(0);
@@ -123,11 +128,11 @@ int PRBJavaThread::MethodFrequency::createSample(PRBMethodUsageSample& sample, l
     const long long callee = taken.callee / divisor;
     if (own <= 0 && callee <= 0 && taken.contentions <= 0 && taken.waits <= 0)
         return trace.returns(0);
-    if (methodName.empty() && !fillNames()) return trace.returns(0);
+    if (*method.c_str() == '\0' && !fillNames()) return trace.returns(0);
 
-    sample.saveStringData(10, className.c_str());
-    sample.saveStringData(11, methodName.c_str());
-    sample.saveStringData(320, methodSignature.c_str());
+    sample.saveStringData(10, className);
+    sample.saveStringData(11, method.c_str());
+    sample.saveStringData(320, method.c_str() + signatureAt);
     sample.saveNumericData(314, nowMs);
     sample.saveNumericData(321, own);
     sample.saveNumericData(322, callee);

@@ -109,6 +109,11 @@ void PRBJavaThread::getMethodUsageSamples(MethodUsageCallback callback, void* co
         PRBHashSet::Iterator walk(*frequencyTable);
         while (auto* record = static_cast<MethodFrequency*>(walk())) records.push_back(record);
     }
-    for (MethodFrequency* record : records)
-        if (callback(context, record, nowMs) == 0) break;
+    // A large model's records are in no cache.
+    constexpr std::size_t kRecordsAhead = 6, kTextsAhead = 3;
+    for (std::size_t i = 0; i < records.size(); ++i) {
+        if (i + kRecordsAhead < records.size()) records[i + kRecordsAhead]->prefetchForReturn();
+        if (i + kTextsAhead < records.size()) records[i + kTextsAhead]->prefetchTexts();
+        if (callback(context, records[i], nowMs) == 0) break;
+    }
 }

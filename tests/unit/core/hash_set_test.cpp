@@ -50,6 +50,72 @@ TEST(HashSet, anEmptyOneFindsAndRemovesNothing) {
     EXPECT_TRUE(keysOf(set).empty());
 }
 
+TEST(HashSet, thoseWhoKnowTheElementsSpareItTheCallsOfHashAndIsEqual) {
+    PRBHashSet set(16);
+    Item one(1, 7), two(2, 7), three(3, 7); // all in a row
+    const auto is = [](std::uint32_t key) {
+        return [key](const PRBCollectable* c) { return static_cast<const Item*>(c)->key == key; };
+    };
+    const auto put = [&](Item& item) {
+        return set.insertWith(7, is(item.key), [&]() -> PRBCollectable* { return &item; });
+    };
+    const unsigned long hashes = Item::hashes, compares = Item::compares;
+    EXPECT_EQ(set.findWith(7, is(1)), nullptr);
+    EXPECT_EQ(set.removeWith(7, is(1)), nullptr);
+    for (Item* item : {&one, &two, &three}) {
+        const auto inserted = put(*item);
+        EXPECT_EQ(inserted.element, item);
+        EXPECT_TRUE(inserted.isNew);
+    }
+    Item again(2, 7);
+    EXPECT_EQ(put(again).element, &two);
+    EXPECT_FALSE(put(again).isNew);
+    EXPECT_EQ(set.findWith(7, is(3)), &three);
+    EXPECT_EQ(set.findWith(7, is(4)), nullptr);
+    EXPECT_EQ(set.removeWith(7, is(2)), &two);
+    EXPECT_EQ(set.findWith(7, is(2)), nullptr);
+    EXPECT_EQ(set.findWith(7, is(3)), &three); // behind the one that went
+    EXPECT_EQ(put(again).element, &again);
+    EXPECT_EQ(set.entries(), 3u);
+    // Nothing made is nothing stored.
+    const auto none = set.insertWith(7, is(9), []() -> PRBCollectable* { return nullptr; });
+    EXPECT_EQ(none.element, nullptr);
+    EXPECT_EQ(set.entries(), 3u);
+    EXPECT_EQ(Item::hashes, hashes);
+    EXPECT_EQ(Item::compares, compares);
+    EXPECT_EQ(keysOf(set), (std::set<std::uint32_t>{1, 2, 3}));
+}
+
+TEST(HashTable, aHolderOfTheTableUsesAndKeepsTheElementLastTouched) {
+    PRBMonitorHashTable table("Table", nullptr, kCallerGuarding);
+    Item one(1), two(2);
+    int asked = 0;
+    const auto is = [&asked](std::uint32_t key) {
+        return [key, &asked](const PRBCollectable* c) {
+            ++asked;
+            return static_cast<const Item*>(c)->key == key;
+        };
+    };
+    for (Item* item : {&one, &two})
+        table.insertHeld(item->key, is(item->key), [item]() -> PRBCollectable* { return item; });
+    EXPECT_EQ(table.entriesHeld(), 2u);
+    const unsigned long hashes = Item::hashes;
+    EXPECT_EQ(table.find(&two), &two); // the one last inserted: not hashed
+    EXPECT_EQ(Item::hashes, hashes);
+    EXPECT_EQ(table.findHeld(1, is(1)), &one);
+    EXPECT_EQ(table.find(&one), &one);
+    EXPECT_EQ(Item::hashes, hashes);
+    asked = 0;
+    EXPECT_EQ(table.findHeld(1, is(1)), &one);
+    EXPECT_EQ(asked, 1);
+    EXPECT_EQ(table.removeHeld(2, is(2)), &two); // not the one last touched
+    EXPECT_EQ(table.find(&one), &one);
+    EXPECT_EQ(Item::hashes, hashes);
+    EXPECT_EQ(table.removeHeld(1, is(1)), &one);
+    EXPECT_EQ(table.findHeld(1, is(1)), nullptr);
+    EXPECT_EQ(table.find(&one), nullptr);
+}
+
 TEST(HashSet, answersTheStoredElementForADuplicate) {
     PRBHashSet set(4);
     Item first(1), second(1);

@@ -69,3 +69,17 @@ TEST(RecordArray, GrowsAndIsCountedAsMemoryOfTheAgent) {
     }
     EXPECT_EQ(PRBMemoryManager::getCurrentAllocation(), before);
 }
+
+TEST(RecordArray, SwapsItsBytesWithAnother) {
+    PRBRecordArray one, two;
+    ASSERT_TRUE(one.add(PRBEndSample()));
+    const std::size_t capacity = one.capacity();
+    EXPECT_GE(capacity, 44u);
+    EXPECT_EQ(two.capacity(), 0u);
+    one.swap(two);
+    EXPECT_EQ(one.size(), 0u);
+    EXPECT_EQ(one.capacity(), 0u);
+    EXPECT_EQ(two.size(), 44u);
+    EXPECT_EQ(two.capacity(), capacity);
+    EXPECT_EQ(hex(bytesOf(two)).substr(0, 8), "00000028");
+}

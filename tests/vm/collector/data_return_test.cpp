@@ -1,4 +1,6 @@
 // Polls: what is gathered, in which order, under which conditions, and how it is framed.
+#include "collector/PRBSampleList.h"
+#include "data/PRBMethodUsageSample.h"
 #include "tests/vm/collector/DataReturnTest.h"
 
 using ::testing::Contains;
@@ -63,6 +65,68 @@ TEST_F(DataReturn, anArrayThatTheVmCannotMakeGivesNullAndLeavesTheErrorForJava) 
     EXPECT_THAT(vm.exceptionLeft(), HasSubstr("java/lang/OutOfMemoryError"));
     EXPECT_EQ(PRBMemoryManager::getCurrentAllocation(), before);
     EXPECT_EQ(poll().size(), 1U);
+}
+
+// ---- the memory of passes ----
+
+TEST_F(DataReturn, memoryIsKeptFromPassToPassAndGivenBackAfterEightMuchSmallerOnes) {
+    PRBSampleList::Kept kept;
+    PRBMethodUsageSample sample;
+    sample.saveStringData(10, std::string(2000, 'c').c_str());
+    std::size_t large = 0;
+    {
+        PRBSampleList list(kept);
+        EXPECT_EQ(kept.capacity(), 0U) << "a pass that began inside this one has its own";
+        for (int i = 0; i < 2000; ++i) list.save(sample);
+        EXPECT_GT(list.size(), 4000000U);
+        large = list.size();
+    }
+    ASSERT_GE(kept.capacity(), large);
+    const std::size_t capacity = kept.capacity();
+    const std::uint32_t memory = PRBMemoryManager::getCurrentAllocation();
+    for (unsigned i = 0; i < PRBSampleList::kSmallPasses - 1; ++i) {
+        PRBSampleList list(kept);
+        EXPECT_EQ(list.size(), 0U);
+        list.save(sample);
+    }
+    {
+        PRBSampleList list(kept); // a large one again: the count begins anew
+        for (int i = 0; i < 2000; ++i) list.save(sample);
+    }
+    EXPECT_EQ(PRBMemoryManager::getCurrentAllocation(), memory);
+    for (unsigned i = 0; i < PRBSampleList::kSmallPasses; ++i) {
+        EXPECT_EQ(kept.capacity(), capacity) << i;
+        PRBSampleList list(kept);
+        list.save(sample);
+    }
+    EXPECT_EQ(kept.capacity(), 0U);
+    EXPECT_LE(PRBMemoryManager::getCurrentAllocation(), memory - capacity);
+    for (unsigned i = 0; i < 2 * PRBSampleList::kSmallPasses; ++i) {
+        PRBSampleList list(kept);
+        list.save(sample);
+    }
+    EXPECT_GT(kept.capacity(), 0U) << "little stays";
+}
+
+TEST_F(DataReturn, ofTwoPassesOneInsideTheOtherTheLargerMemoryIsKept) {
+    PRBSampleList::Kept kept;
+    PRBMethodUsageSample sample;
+    sample.saveStringData(10, std::string(2000, 'c').c_str());
+    std::size_t inner = 0;
+    {
+        PRBSampleList outer(kept);
+        outer.save(sample);
+        const std::size_t size = outer.size();
+        {
+            PRBSampleList list(kept);
+            for (int i = 0; i < 100; ++i) list.save(sample);
+            inner = list.size();
+        }
+        EXPECT_EQ(outer.size(), size);
+    }
+    EXPECT_GE(kept.capacity(), inner);
+    PRBSampleList next(kept);
+    EXPECT_EQ(next.size(), 0U);
 }
 
 // ---- the resource usage sample ----

@@ -51,6 +51,8 @@ public:
         collector().handleHeapDump(&event);
     }
 
+    static jobjectID asId(std::uintptr_t number) { return reinterpret_cast<jobjectID>(number); }
+
     scripted::ScriptedClass& order;
     scripted::ScriptedClass& line;
 };
@@ -194,6 +196,72 @@ TEST_F(HeapData, everyDumpHasAGenerationOfItsOwn) {
     EXPECT_EQ(known(object)->getHeapScanCount(), 2U);
     EXPECT_EQ(collector().getHeapData().getGeneration(), 2U);
     EXPECT_EQ(classOf(order)->getNumObjects(), 1);
+}
+
+// A dump tells of the moment at which it was taken; what is allocated between its request and
+// its walk is younger.
+TEST_F(HeapData, objectsYoungerThanTheDumpKeepTheirRecordAndChangeNoFigureOfIt) {
+    begin(0x9000);
+    auto& old = vm.allocate(vm.mainThread(), order, 24);
+    auto& gone = vm.allocate(vm.mainThread(), order, 24);
+    static std::function<void()> beforeTheDump;
+    static jint (*request)(jint, void*) = nullptr;
+    request = vm.jvmpi()->RequestEvent;
+    vm.jvmpi()->RequestEvent = [](jint type, void* argument) {
+        if (type == JVMPI_EVENT_HEAP_DUMP) {
+            beforeTheDump();
+            return static_cast<jint>(JVMPI_SUCCESS);
+        }
+        return request(type, argument);
+    };
+    beforeTheDump = [&] {
+        vm.send.objectAlloc(vm.mainThread(), 1, order.id(), 0, 24, old.id);
+        vm.send.objectAlloc(vm.mainThread(), 1, order.id(), 0, 24, gone.id);
+        deliver(DumpBuilder().object(0, old.id));
+    };
+    // The forced collection has emptied the table, so both are as young as the request.
+    const auto first = heap();
+    EXPECT_EQ(first.at("com/x/Order").number(340), 1);
+    EXPECT_EQ(first.at("com/x/Order").number(309), 24);
+    EXPECT_NE(known(old), nullptr);
+    ASSERT_NE(known(gone), nullptr) << "it may be younger than the dump";
+    vm.send.objectFree(vm.mainThread(), gone.id);
+    EXPECT_EQ(classOf(order)->getNumFree(), 1);
+    // The next dump finds it old.
+    vm.send.objectAlloc(vm.mainThread(), 1, order.id(), 0, 24, gone.id);
+    deliver(DumpBuilder().object(0, old.id));
+    EXPECT_EQ(known(gone), nullptr);
+    EXPECT_NE(known(old), nullptr);
+    EXPECT_EQ(classOf(order)->getNumObjects(), 1);
+    vm.jvmpi()->RequestEvent = request;
+}
+
+TEST_F(HeapData, allocationsAndFreesDuringTheWalkDoNotChangeWhatTheDumpTells) {
+    begin(0x9000);
+    vm.setEnabled(JVMPI_EVENT_OBJECT_ALLOC, false);
+    auto& object = vm.allocate(vm.mainThread(), order, 24);
+    vm.setEnabled(JVMPI_EVENT_OBJECT_ALLOC, true);
+    static std::function<void()> atReplay;
+    static jint (*request)(jint, void*) = nullptr;
+    request = vm.jvmpi()->RequestEvent;
+    vm.jvmpi()->RequestEvent = [](jint type, void* argument) {
+        if (type == JVMPI_EVENT_OBJECT_ALLOC) atReplay();
+        return request(type, argument);
+    };
+    auto& other = vm.startThread({.name = "other"}, true);
+    atReplay = [&] {
+        other.run([&] {
+            vm.send.objectAlloc(other, 1, order.id(), 0, 40, asId(0x7000001));
+            vm.send.objectAlloc(other, 1, order.id(), 0, 40, asId(0x7000002));
+            vm.send.objectFree(other, asId(0x7000002));
+        });
+    };
+    deliver(DumpBuilder().object(0, object.id));
+    vm.jvmpi()->RequestEvent = request;
+    EXPECT_EQ(classOf(order)->getNumObjects(), 1);
+    EXPECT_EQ(classOf(order)->getNumBytes(), 24);
+    EXPECT_EQ(classOf(order)->getNumAllocations(), 2);
+    EXPECT_EQ(classOf(order)->getNumFree(), 1);
 }
 
 TEST_F(HeapData, theTablesAreTakenInOrderAndGivenBackInReverse) {

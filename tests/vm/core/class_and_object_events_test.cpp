@@ -279,6 +279,22 @@ TEST_F(Events, aFreeGoesToTheThreadAndTheClass) {
     EXPECT_EQ(findClass(order.id())->getNumFree(), 1);
 }
 
+TEST_F(Events, anAllocationEntersEachRegistryOnceAndAFreeOnlyThatOfObjects) {
+    vm.send.arenaNew(worker, 1, "young");
+    vm.send.classLoad(worker, order);
+    vm.recorder().clear();
+    vm.send.objectAlloc(worker, 1, order.id(), 0, 48, objectId(5));
+    EXPECT_EQ(vm.recorder().texts(kMonitor),
+              (Texts{"RawMonitorEnter(_ClassTable)", "RawMonitorEnter(_ArenaTable)",
+                     "RawMonitorEnter(_ObjectTable)", "RawMonitorExit(_ObjectTable)",
+                     "RawMonitorExit(_ArenaTable)", "RawMonitorExit(_ClassTable)"}));
+    vm.recorder().clear();
+    vm.send.objectFree(worker, objectId(5));
+    EXPECT_EQ(vm.recorder().texts(kMonitor),
+              (Texts{"RawMonitorEnter(_ObjectTable)", "RawMonitorExit(_ObjectTable)"}));
+    EXPECT_EQ(findClass(order.id())->getNumFree(), 1);
+}
+
 TEST_F(Events, aFreeOfAnObjectOfAnEndedThreadTellsNoThread) {
     vm.send.objectAlloc(worker, 1, nullptr, JVMPI_INT, 48, objectId(5));
     PRBJavaThread* thread = threadOf(worker);

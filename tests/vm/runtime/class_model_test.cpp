@@ -159,15 +159,30 @@ TEST_F(ClassModel, objectStatisticsStopAtZero) {
     EXPECT_EQ(cls.getNumFree(), 3);
     EXPECT_EQ(cls.getNumObjects(), 0);
     EXPECT_EQ(cls.getNumBytes(), 0);
-    cls.objectFound(8);
-    EXPECT_EQ(cls.getNumObjects(), 1);
-    EXPECT_EQ(cls.getNumBytes(), 8);
-    EXPECT_EQ(cls.getNumAllocations(), 2);
-    cls.resetLive();
-    EXPECT_EQ(cls.getNumObjects() + cls.getNumBytes(), 0);
-    EXPECT_EQ(cls.getNumFree(), 3);
     cls.resetStats();
     EXPECT_EQ(cls.getNumAllocations() + cls.getNumFree() + cls.getNumMove(), 0);
+}
+
+TEST_F(ClassModel, theEndOfADumpMakesItsObjectsTheLiveOnes) {
+    PRBJavaClass cls;
+    cls.objectCreated(10);
+    cls.dumpBegins();
+    cls.foundInDump(2, 16);
+    cls.objectCreated(100); // meanwhile
+    EXPECT_EQ(cls.getNumObjects(), 2);
+    EXPECT_EQ(cls.getNumBytes(), 110);
+    cls.foundInDump(1, 8);
+    cls.dumpEnds();
+    EXPECT_EQ(cls.getNumObjects(), 3);
+    EXPECT_EQ(cls.getNumBytes(), 24);
+    EXPECT_EQ(cls.getNumAllocations(), 2); // a dump is no allocation
+    cls.dumpBegins();
+    cls.dumpEnds();
+    EXPECT_EQ(cls.getNumObjects() + cls.getNumBytes(), 0);
+    cls.foundInDump(5, 40);
+    cls.dumpEnds();
+    cls.resetStats();
+    EXPECT_EQ(cls.getNumObjects() + cls.getNumBytes() + cls.getNumAllocations(), 0);
 }
 
 TEST_F(ClassModel, aMethodIsMatchedByClassFullStopAndName) {

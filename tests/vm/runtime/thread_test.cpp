@@ -5,7 +5,9 @@
 
 #include "core/PRBMemoryManager.h"
 
+#include <atomic>
 #include <climits>
+#include <thread>
 
 using testing::Contains;
 using testing::ElementsAre;
@@ -127,6 +129,60 @@ TEST_F(Thread, allocationsAndFreesStopAtZero) {
     counters = model.getCounters();
     EXPECT_EQ(counters.netObjects, 0);
     EXPECT_EQ(counters.liveBytes, 0);
+}
+
+TEST_F(Thread, allocationsThatAnotherThreadReportsCountLikeItsOwn) {
+    auto [scripted, model] = startThread("worker");
+    model.heapAllocation(100); // this thread, then the worker
+    scripted.run([m = &model] { m->heapAllocation(50); });
+    model.heapAllocation(1);
+    const auto counters = model.getCounters();
+    EXPECT_EQ(counters.bytesAllocated, 151);
+    EXPECT_EQ(counters.allocationCount, 3);
+    EXPECT_EQ(counters.netObjects, 3);
+    EXPECT_EQ(counters.liveBytes, 151);
+}
+
+TEST_F(Thread, samplesTakenWhileItAllocatesAddUpToWhatItAllocated) {
+    auto [scripted, model] = startThread("worker");
+    collect(PRBCollect::kHeapAllocation);
+    constexpr int kEach = 20000;
+    std::atomic<bool> done{false};
+    long long objects = 0, bytes = 0, net = 0;
+    std::thread poller([&, m = &model] {
+        for (bool last = false; !last;) {
+            last = done.load();
+            PRBCThreadSample sample;
+            m->createSample(sample, 0, 0);
+            objects += sample.getNumericValueForStream(308);
+            bytes += sample.getNumericValueForStream(309);
+            net += sample.getNumericValueForStream(340);
+        }
+    });
+    std::thread other([m = &model] {
+        for (int i = 0; i < kEach; ++i) m->heapAllocation(3);
+    });
+    for (int i = 0; i < kEach; ++i) model.heapAllocation(5);
+    other.join();
+    done = true;
+    poller.join();
+    EXPECT_EQ(objects, 2 * kEach);
+    EXPECT_EQ(bytes, 8LL * kEach);
+    EXPECT_EQ(net, 2 * kEach);
+    EXPECT_EQ(model.getCounters().liveBytes, 8LL * kEach);
+}
+
+TEST_F(Thread, aFreeAfterASampleDoesNotMakeTheNetCountNegative) {
+    auto [scripted, model] = startThread("worker");
+    collect(PRBCollect::kHeapAllocation);
+    model.heapAllocation(10);
+    PRBCThreadSample sample;
+    model.createSample(sample, 0, 0);
+    model.heapFree(10);
+    EXPECT_EQ(model.getCounters().netObjects, 0);
+    EXPECT_EQ(model.getCounters().liveBytes, 0);
+    model.heapAllocation(10);
+    EXPECT_EQ(model.getCounters().netObjects, 1);
 }
 
 TEST_F(Thread, anAllocationIsChargedToAnExistingRecordOnly) {
