@@ -150,7 +150,8 @@ void PRBJavaThread::heapAllocation(long long size) {
 
 void PRBJavaThread::heapFree(long long size) {
     long long gone = netGone.load(kRelaxed);
-    while (totalObjects() != gone && !netGone.compare_exchange_weak(gone, gone + 1, kRelaxed)) {
+    while (totalObjects() != gone &&
+           !netGone.compare_exchange_weak(gone, gone + 1, std::memory_order_release, kRelaxed)) {
     }
     const long long freed = freedBytes.load(kRelaxed);
     if (totalBytes() - freed >= size) freedBytes.store(freed + size, kRelaxed);
@@ -209,7 +210,11 @@ int PRBJavaThread::createSample(PRBCThreadSample& sample, long long value310, lo
         const long long objects = totalObjects(), bytes = totalBytes();
         sample.saveNumericData(308, objects - reported.objects.exchange(objects, kRelaxed));
         sample.saveNumericData(309, bytes - reported.bytes.exchange(bytes, kRelaxed));
-        sample.saveNumericData(340, objects - netGone.exchange(objects, kRelaxed));
+        // Read before the total, the count of those gone is never larger than it.
+        long long gone = netGone.load(std::memory_order_acquire), total = totalObjects();
+        while (!netGone.compare_exchange_weak(gone, total, std::memory_order_acquire))
+            total = totalObjects();
+        sample.saveNumericData(340, total - gone);
     }
     sample.saveNumericData(310, value310);
     sample.saveNumericData(311, cpuTime.exchange(0, kRelaxed) / divisor);
