@@ -268,7 +268,7 @@ void stopWindow(benchmark::State& state) {
     for (std::size_t i = 0; i < count; ++i) {
         envs.push_back(&agent.startThread());
         threads.push_back(
-            {static_cast<PRBJavaThread*>(envs.back()->storage), envs.back(), nullptr});
+            PRBSamplerWindow::candidate(*static_cast<PRBJavaThread*>(envs.back()->storage)));
     }
     const std::size_t cycles = std::max<std::size_t>(1, 10000 / count);
     const auto slots = std::make_unique<PRBSamplerWindow::TraceSlot[]>(count);

@@ -164,8 +164,6 @@ public:
     void countSampledContention() { sampledContention.fetch_add(1, std::memory_order_relaxed); }
     void countSampledWait() { sampledWait.fetch_add(1, std::memory_order_relaxed); }
     void countSampledCpu(); // the low 32 bits only, without carry
-    // Brings into the cache what the sampler's next look at this thread reads.
-    void prefetchForSampler() const { __builtin_prefetch(&envId); }
     // At activation of the sampler: the unit of the two unsampled times changes.
     void forgetUnsampledTimes();
 

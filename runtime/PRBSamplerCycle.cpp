@@ -69,7 +69,7 @@ int PRBProfilerCPUSampler::listThreads(PRBMonitorHashTable& table) {
     while (auto* thread = static_cast<PRBJavaThread*>(walk()))
         if (thread->isThisBackgroundThread() == 0 && thread->getThreadState() != kThreadEnded &&
             count < capacity)
-            list[count++] = {thread, thread->getEnvId(), nullptr};
+            list[count++] = PRBSamplerWindow::candidate(*thread);
     return count;
 }
 

@@ -11,16 +11,10 @@ PRBSamplerWindow::PRBSamplerWindow(const JVMPI_Interface& jvmpi, Candidate* thre
       self_(self),
       takeTraces_(takeTraces) {}
 
-namespace {
-
-constexpr int kAhead = 24; // threads; far enough for their memory to arrive
-
-// The entry that samples of this thread are counted into; null when there is none.
-PRBJavaThread::InstrumentedMethodEntry* countedEntry(const PRBJavaThread& thread) {
-    return thread.getNumWorkloadsRunning() > 0 ? thread.getTopMethodEntry() : nullptr;
+PRBSamplerWindow::Candidate PRBSamplerWindow::candidate(PRBJavaThread& thread) {
+    return {&thread, thread.getEnvId(),
+            thread.getNumWorkloadsRunning() > 0 ? thread.getTopMethodEntry() : nullptr};
 }
-
-} // namespace
 
 // Resumes whatever was stopped, however the window is left.
 struct PRBSamplerWindow::ResumeAll {
@@ -39,12 +33,9 @@ void PRBSamplerWindow::run() {
 
 void PRBSamplerWindow::stop() {
     for (int i = 0; i < count_; ++i) {
-        PRBJavaThread* thread = threads_[i].thread;
-        JNIEnv* env = threads_[i].env;
-        if (i + kAhead < count_) threads_[i + kAhead].thread->prefetchForSampler();
-        if (env == self_ || thread->getThreadState() == kThreadEnded) continue;
+        const auto [thread, env, entry] = threads_[i];
+        if (env == self_) continue;
         const jint status = jvmpi_.GetThreadStatus(env) & ~JVMPI_THREAD_INTERRUPTED;
-        PRBJavaThread::InstrumentedMethodEntry* entry = countedEntry(*thread);
         if (entry != nullptr) entry->incrNumSamples(1);
         // The thread's counters and the entry's are crossed: readers of both know them so.
         switch (status) {

@@ -16,13 +16,15 @@ public:
         JVMPI_CallFrame frames[kFrames];
     };
 
-    // One thread, with what each pass over them needs: the passes stay off the threads' own
-    // memory, which thousands of them have no room for in the cache.
+    // One thread, with what each pass over them needs: while threads stand still nothing looks
+    // into the threads' own memory, which thousands of them have no room for in the cache, but
+    // to count one that waits.
     struct Candidate {
         PRBJavaThread* thread;
         JNIEnv* env;
-        PRBJavaThread::InstrumentedMethodEntry* entry; // the window's: where its samples go
+        PRBJavaThread::InstrumentedMethodEntry* entry; // where its samples go; null: nowhere
     };
+    static Candidate candidate(PRBJavaThread& thread);
 
     // `threads`: candidates, neither background threads nor ended; reordered to those that were
     // stopped. `slots`: one per candidate.
