@@ -7,14 +7,15 @@ namespace {
 class Natives : public PerJdk {
 protected:
     std::vector<std::string> command(const std::vector<std::string>& options,
-                                     const std::string& how) {
+                                     const std::string& how,
+                                     const std::string& program = "NativesProbe") {
         // The last entry of an environment is not answered, so another one stands behind.
         std::vector<std::string> argv = {"/usr/bin/env", "PRB_PROBE=1", "PRB_LAST=1",
                                          jdk().home + "/bin/java", "-Xcheck:jni"};
         argv.insert(argv.end(), options.begin(), options.end());
         argv.insert(argv.end(),
                     {"-cp", product("prbprof.jar") + ":" + product("tests/programs.jar"),
-                     "com.tessel.prb.workanalysis.NativesProbe", agent(), how});
+                     "com.tessel.prb.workanalysis." + program, agent(), how});
         return argv;
     }
     // The agent of the JDK's word size lies beside the bridge.
@@ -41,6 +42,11 @@ TEST_P(Natives, AnswerBeforeAnyInitialisationWithoutAProfilerInterface) {
 
 TEST_P(Natives, AnswerUnderTheBridgeAndSurviveTwoPollersWhileCollectionsStartAndStop) {
     expectAllAsExpected(run(command({"-agentpath:" + bridge(jdk()) + "=driver=no"}, "bridge")));
+}
+
+TEST_P(Natives, TenActivationsHaveOneChildAtATimeAndLeaveNone) {
+    expectAllAsExpected(
+        run(command({"-agentpath:" + bridge(jdk()) + "=driver=no"}, "bridge", "ChildrenProbe")));
 }
 
 PRB_FOR_EVERY_JDK(Natives);

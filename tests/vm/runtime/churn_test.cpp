@@ -145,4 +145,37 @@ TEST_F(Churn, thousandsOfThreadsLeaveNothingBehind) {
     EXPECT_EQ(PRBReclaimer::pending(), 0u);
 }
 
+// Each class goes while a frame of it is still on the stack, as an agent may be told late.
+TEST_F(Churn, thousandsOfClassesLeaveNoRecordOfTheirMethods) {
+    constexpr int kMany = 3000;
+    auto [worker, model] = startRunning("worker");
+    const auto known = [] {
+        return std::pair(PRBContext::getClassTable()->entries(),
+                         PRBContext::getMethodTable()->entries());
+    };
+    const auto before = known();
+    const auto dead = PRBUnloadedRecords::deadClasses();
+    for (int i = 0; i < kMany; ++i) {
+        ScriptedClass& brief = makeClass("com/y/K" + std::to_string(i), {"a", "b"});
+        worker.setFrames({{1, brief.methodId("b")}, {2, brief.methodId("a")}});
+        vm.send.methodEntry(worker, brief.methodId("a"));
+        vm.send.methodEntry(worker, brief.methodId("b"));
+        compute(worker, 2000);
+        vm.send.methodExit(worker, brief.methodId("b"));
+        cycle();
+        ASSERT_EQ(recordOf(model, brief.methodId("b"))->getOwnCPU(), 2000001);
+        worker.setFrames({});
+        vm.send.classUnload(vm.mainThread(), brief.id());
+        if (i % 100 == 99) poll(false);
+        compute(worker, 1000);
+        vm.send.methodExit(worker, brief.methodId("a"));
+    }
+    EXPECT_EQ(known(), before);
+    EXPECT_EQ(PRBUnloadedRecords::deadClasses(), dead + kMany);
+    poll(false);
+    EXPECT_EQ(model.getMethodFrequencyTable()->entries(), 0u);
+    for (int i = 0; i < 3; ++i) PRBReclaimer::reclaim();
+    EXPECT_EQ(PRBReclaimer::pending(), 0u);
+}
+
 } // namespace

@@ -307,6 +307,24 @@ TEST_F(MethodStack, theCurrentMethodIsTheTopElseTheVmsFrameElseNone) {
     scripted->run([&] { EXPECT_EQ(worker->getCurrentMethod(), nullptr); });
 }
 
+TEST_F(MethodStack, aTraceOfOtherThanOneFrameNamesNoMethod) {
+    static jint answered = 0;
+    static jmethodID method = nullptr;
+    method = id("a");
+    vm.jvmpi()->GetCallTrace = [](JVMPI_CallTrace* trace, jint) {
+        trace->frames[0].method_id = method;
+        trace->num_frames = answered;
+    };
+    for (jint frames : {-2147483647, -1, 0, 2, 100000}) {
+        answered = frames;
+        scripted->run([&] { EXPECT_EQ(worker->getCurrentMethod(), nullptr) << frames; });
+    }
+    answered = 1;
+    scripted->run([&] { EXPECT_EQ(worker->getCurrentMethod(), method); });
+    vm.jvmpi()->GetCallTrace = nullptr; // a VM without it
+    scripted->run([&] { EXPECT_EQ(worker->getCurrentMethod(), nullptr); });
+}
+
 class MethodStackDebug : public MethodStack {
     void SetUp() override {
         startAgent("debug=PUBLIC");

@@ -244,6 +244,33 @@ TEST_F(SamplerLife, anInterruptHoldsTheCyclesLockUntilTheResume) {
     EXPECT_EQ(sampler->getInterval(), 45u);
 }
 
+// Whoever holds that lock holds the cycles off.
+TEST_F(SamplerLife, aCycleHoldsTheInterruptLockAndASleepDoesNot) {
+    sleepHere();
+    static scripted::MonitorWorld* monitors = nullptr;
+    monitors = &vm.monitors();
+    PRBClock::sleeper = [](int ms) {
+        sleeps.push_back(ms);
+        EXPECT_EQ(monitors->heldNow(), Texts{});
+    };
+    const ScriptedThread& one = startRunning("one").vm;
+    hookClock([&] {
+        if (one.timesResumed() > 0 && !sampler->isStopRequested()) sampler->shutdown();
+    });
+    vm.monitors().setWaitHook([](const std::string&, jlong) { return true; });
+    sampler->activateSampler(20);
+    vm.runSystemThread(0);
+    std::size_t looked = 0;
+    for (const scripted::Call& call : vm.recorder().calls(scripted::kJvmpi)) {
+        if (call.name != "SuspendThread" && call.name != "ResumeThread") continue;
+        ++looked;
+        EXPECT_THAT(call.held, testing::Contains("_InterruptSamplerRawMonitor")) << call.text;
+    }
+    EXPECT_EQ(looked, 2u);
+    EXPECT_EQ(sleeps, std::vector<int>{20});
+    EXPECT_EQ(vm.monitors().heldNow(), Texts{});
+}
+
 TEST_F(SamplerLife, ownCpuIsMeasuredReportedAndReset) {
     PRBProfilerResourceSample before;
     sampler->getProfilerUsageStats(before);
