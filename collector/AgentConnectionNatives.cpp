@@ -58,6 +58,7 @@ PRB_NATIVE(jobjectArray, AgentConnection, createHexDumpString)
 (JNIEnv* env, jclass, jbyteArray data, jstring title) {
     return PRBNativeGuard::run(
         PRB_NATIVE_NAME(AgentConnection, createHexDumpString), jobjectArray{}, [&] {
+            if (env == nullptr) return jobjectArray{};
             const std::string text = PRBJni::toString(env, title);
             PRBJni::LocalRef<jstring> empty(env, title == nullptr ? PRBJni::newString(env, "")
                                                                   : nullptr);

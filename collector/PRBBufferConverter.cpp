@@ -8,5 +8,5 @@ jbyteArray PRBBufferConverter::convertBufferCollectionToJavaByteArray(JNIEnv* en
     jbyteArray array = env->NewByteArray(total);
     if (array == nullptr || env->ExceptionCheck()) return nullptr;
     env->SetByteArrayRegion(array, 0, total, reinterpret_cast<const jbyte*>(list.data()));
-    return array;
+    return env->ExceptionCheck() ? nullptr : array; // zeros are no poll
 }

@@ -128,13 +128,15 @@ void PRBWorkloadCollector::startSampling(int interval) {
     const auto ms = static_cast<unsigned>(interval);
     if (PRBMonitorGlobal* monitor = PRBMonitorGlobal::getMonitorGlobal()) {
         if (PRBProfilerCPUSampler* sampler = monitor->getCPUSampler()) {
-            if (sampler->getCurrentState() != 0) {
-                sampler->activateSampler(ms);
-            } else {
+            const bool isIdle = sampler->getCurrentState() != 0;
+            if (isIdle) sampler->activateSampler(ms);
+            if (!isIdle || sampler->isInactive() != 0) {
                 sampler->interruptSampler();
                 sampler->resumeSampler(ms);
-                // The thread may not have noticed yet that the last collection was stopped.
+                // The thread may not have noticed yet that the last collection was stopped, or
+                // have noticed it since its state was looked at.
                 sampler->withdrawDeactivation();
+                if (sampler->isInactive() != 0) sampler->activateSampler(ms);
             }
         }
         monitor->setCPUSamplingInterval(ms);

@@ -65,7 +65,6 @@ void PRBProfilerCPUSampler::backgroundProcessing() {
     blockSigpipe();
     while (waitForActivation()) {
         debug("CPU Profiler to become active");
-        idle.store(0, std::memory_order_release);
         forgetTimesOfThreads();
         createChildProcess();
         sampleUntilStopped();
@@ -92,7 +91,11 @@ bool PRBProfilerCPUSampler::waitForActivation() {
             idle.store(1, std::memory_order_release);
             if (isStopRequested()) return false;
             if (inactive.load(std::memory_order_acquire) == 0) {
-                if (!stopNoted) return true;
+                if (!stopNoted) {
+                    // Under the monitor: a stop that comes now finds the thread active.
+                    idle.store(0, std::memory_order_release);
+                    return true;
+                }
                 // Switched off before this thread woke up.
                 stopNoted = false;
                 inactive.store(1, std::memory_order_release);

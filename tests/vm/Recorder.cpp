@@ -90,6 +90,14 @@ void Recorder::failNth(std::size_t n) {
     fired_ = false;
 }
 
+void Recorder::failEvery(std::size_t n) {
+    InsideVm inside;
+    std::lock_guard lock(mutex_);
+    failEvery_ = n;
+    failable_ = 0;
+    fired_ = false;
+}
+
 std::size_t Recorder::failableCalls() const {
     InsideVm inside;
     std::lock_guard lock(mutex_);
@@ -107,6 +115,7 @@ void Recorder::clearFaults() {
     std::lock_guard lock(mutex_);
     scripted_.clear();
     failAt_ = 0;
+    failEvery_ = 0;
     failable_ = 0;
     fired_ = false;
 }
@@ -124,7 +133,7 @@ Verdict Recorder::record(Call call, bool failable) {
 Verdict Recorder::judge(const char* name) {
     InsideVm inside;
     std::lock_guard lock(mutex_);
-    if (failAt_ == 0 && scripted_.empty()) {
+    if (failAt_ == 0 && failEvery_ == 0 && scripted_.empty()) {
         ++failable_;
         return {};
     }
@@ -135,6 +144,7 @@ Verdict Recorder::judgeLocked(const std::string& name) {
     ++failable_;
     Verdict verdict;
     if (failAt_ != 0 && failable_ == failAt_) verdict.fail = true;
+    if (failEvery_ != 0 && failable_ % failEvery_ == 0) verdict.fail = true;
     auto found = scripted_.find(name);
     if (found != scripted_.end()) {
         // Scripted failures of one name are served one after the other.

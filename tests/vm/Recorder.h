@@ -71,9 +71,11 @@ public:
                   unsigned skip = 0);
     // The n-th call (from 1, counted from now) of any function that can fail does so. 0: none.
     void failNth(std::size_t n);
-    // How many calls that can fail were made since failNth or clearFaults.
+    // Every n-th call of any function that can fail does so, until clearFaults.
+    void failEvery(std::size_t n);
+    // How many calls that can fail were made since failNth, failEvery or clearFaults.
     std::size_t failableCalls() const;
-    bool faultFired() const; // since failNth or clearFaults
+    bool faultFired() const; // since failNth, failEvery or clearFaults
     void clearFaults();
 
     // For the VM: writes the call into the log and says whether it is to fail.
@@ -94,6 +96,7 @@ private:
     std::vector<std::string> violations_;
     std::map<std::string, std::vector<Scripted>> scripted_;
     std::size_t failAt_ = 0;
+    std::size_t failEvery_ = 0;
     std::size_t failable_ = 0;
     bool fired_ = false;
 };

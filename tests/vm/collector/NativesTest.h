@@ -12,8 +12,9 @@
 class Natives : public CollectorTest {
 public:
     // Every native once, with the handle in each place for one and null references.
-    void callAllWith(jlong h) {
-        JNIEnv* env = vm.env();
+    void callAllWith(jlong h) { callAll(vm.env(), h); }
+    // The same with the environment of the calling thread, null for one that has none.
+    void callAll(JNIEnv* env, jlong h) {
         NATIVE(Profiler, handleInitiateCollection)(env, nullptr, h, 0, 0, 5, nullptr, nullptr);
         NATIVE(Profiler, handleStopCollection)(env, nullptr, h);
         NATIVE(Profiler, getProfilerData)(env, nullptr, h, 0, nullptr);

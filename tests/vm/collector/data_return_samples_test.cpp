@@ -124,10 +124,21 @@ TEST_F(DataReturn, withoutAProcessIdProcessCpuIsNotSent) {
 TEST_F(DataReturn, collectionDataHasProcessAndTime) {
     ASSERT_NE(init(), 0);
     start(0x2000);
+    wallClock = {1700000000, 999999};
     const auto records = poll();
     ASSERT_EQ(typesOf(records), (std::vector<int>{kGc}));
     EXPECT_EQ(records[0].number(4), getpid());
-    EXPECT_EQ(records[0].number(314), wallClock.tv_sec * 1000LL);
+    EXPECT_EQ(records[0].number(314), 1700000000999LL);
+}
+
+TEST_F(DataReturn, everyPassAsksJavaOnceWhetherItCollectsTheDataItself) {
+    ASSERT_NE(init(), 0);
+    for (int type : {0, 0x2000, 0x80000}) {
+        start(type);
+        vm.recorder().clear();
+        pollBytes();
+        EXPECT_THAT(vm.javaCalls(), ElementsAre(HasSubstr("isGCCollectionActive"))) << type;
+    }
 }
 
 TEST_F(DataReturn, collectionDataIsLeftToJavaWhenJavaCollectsIt) {
@@ -203,8 +214,12 @@ TEST_F(DataReturn, theNameOfAnObjectsClassIsTheJavaName) {
         jobject object = vm.newLocalRef(vm.mainThread(), &vm.newObject(order));
         EXPECT_EQ(PRBWorkloadCollector::getNameOfClassForObject(vm.env(), object), "com.x.Order");
         EXPECT_EQ(PRBWorkloadCollector::getNameOfClassForObject(vm.env(), nullptr), "");
-        vm.recorder().failNext("NewStringUTF");
+        vm.recorder().failNext("CallObjectMethod");
+        EXPECT_EQ(PRBWorkloadCollector::getNameOfClassForObject(vm.env(), object), "");
+        vm.recorder().failNext("GetMethodID");
+        EXPECT_EQ(PRBWorkloadCollector::getNameOfClassForObject(vm.env(), object), "");
     });
+    EXPECT_EQ(vm.exceptionLeft(), "");
 }
 
 TEST_F(DataReturn, figuresOfTheLastCollectionAreKept) {

@@ -200,6 +200,16 @@ TEST_F(DataReturn, aRunningSamplerIsHeldOffWhileItsCountersAreReadAndResumed) {
     EXPECT_THAT(vm.monitors().heldNow(), IsEmpty());
 }
 
+TEST_F(DataReturn, theSamplerRestsWhileTheHeapIsDumpedAndRunsOn) {
+    startSampling(0x1200);
+    std::vector<std::string> held;
+    vm.setDumpHook([&] { held = vm.mainThread().heldMonitors(); });
+    EXPECT_THAT(typesOf(poll()), Contains(kHeap));
+    EXPECT_THAT(held, Contains(HasSubstr("_InterruptSamplerRawMonitor")));
+    EXPECT_THAT(vm.mainThread().heldMonitors(), IsEmpty());
+    EXPECT_EQ(sampler().getInterval(), 20000U);
+}
+
 TEST_F(DataReturn, everyPassHoldsTheMonitorOfPasses) {
     ASSERT_NE(init(), 0);
     for (auto pass : {+[](DataReturn* t) { t->poll(); }, +[](DataReturn* t) { t->start(0x800); },
@@ -258,6 +268,46 @@ TEST_F(DataReturn, anUnknownThreadIdAnswersNothing) {
     startSampling(0x600);
     auto& request = scripted::makeRequest(vm, 0x600, 0x7000000);
     EXPECT_FALSE(pollBytes(&request).has_value());
+}
+
+TEST_F(DataReturn, aRequestForOneThreadsContentionAnswersThatThreadOnly) {
+    ASSERT_NE(init(), 0);
+    scripted::ScriptedThread& worker = startWorker("worker", order.methodId("price"));
+    scripted::ScriptedThread& other = startWorker("other", order.methodId("ship"));
+    vm.send.classLoad(worker, order);
+    start(0x800);
+    block(worker, 20);
+    block(other, 20);
+    EXPECT_FALSE(pollBytes(&scripted::makeRequest(vm, 0x800, 0x7000000)).has_value());
+    const auto one = poll(&scripted::makeRequest(vm, 0x800, static_cast<jint>(idOf(other))));
+    ASSERT_EQ(typesOf(one), (std::vector<int>{kContention}));
+    EXPECT_EQ(one[0].number(2), idOf(other));
+    EXPECT_EQ(ofThread(worker, poll()).size(), 1U) << "kept for the poll that asks for it";
+}
+
+TEST_F(DataReturn, aPassThatARequestBeginsInsideAnotherLeavesBothWhole) {
+    ASSERT_NE(init(), 0);
+    start(0xC0000);
+    queueError(74, "text");
+    std::vector<int> inner;
+    auto& cls = vm.addClass(
+        {.name = "com/x/PollingRequest",
+         .methods = {{.name = "getType",
+                      .signature = "()J",
+                      .body =
+                          [&](scripted::JavaCall& call) {
+                              jbyteArray array = NATIVE(Profiler, getProfilerData)(
+                                  call.thread.env(), nullptr, handle, 0, nullptr);
+                              const std::vector<jbyte> bytes = vm.resolve(array)->bytes;
+                              inner = typesOf(PollReader(bytes).records());
+                              return scripted::JavaValue(0x80000L);
+                          }},
+                     {.name = "getThreadId", .signature = "()I", .body = [](scripted::JavaCall&) {
+                          return scripted::JavaValue(0);
+                      }}}});
+    EXPECT_EQ(typesOf(poll(&vm.newObject(cls))), (std::vector<int>{kResource}));
+    EXPECT_EQ(inner, (std::vector<int>{kError, kResource}));
+    EXPECT_THAT(vm.monitors().heldNow(), IsEmpty());
 }
 
 TEST_F(DataReturn, aRequestThatThrowsOrIsNoRequestCountsAsNone) {

@@ -8,6 +8,13 @@ using ::testing::IsEmpty;
 
 namespace {
 
+struct Kind {
+    int type;
+    int sample;
+};
+constexpr Kind kKinds[] = {{0x200, 10},  {0x400, 11},   {0x800, 12},  {0x1000, 13},
+                           {0x2000, 14}, {0x40000, 17}, {0x80000, 18}};
+
 class Faults : public CollectorTest {
 public:
     Faults()
@@ -38,6 +45,12 @@ public:
         std::vector<int> types = typesOf(poll());
         types.erase(std::unique(types.begin(), types.end()), types.end());
         return types;
+    }
+    // A poll that leaves an exception for Java answers nothing, any other is framed to its end.
+    void wholeOrNothing(scripted::ScriptedObject* request) {
+        const auto bytes = pollBytes(request);
+        EXPECT_FALSE(bytes.has_value() && !vm.exceptionLeft().empty()) << vm.exceptionLeft();
+        EXPECT_FALSE(bytes.has_value() && PollReader(*bytes).records().empty());
     }
     void expectSound(std::size_t n) {
         EXPECT_EQ(sampler().getCurrentState(), 0) << n;
@@ -87,6 +100,49 @@ TEST_F(Faults, everyCallOfAPassWithARequestFailsInTurn) {
         expectSound(n);
         ASSERT_LT(n, 2000U);
     }
+}
+
+TEST_F(Faults, everyCallOfAPassOfEachKindFailsInTurn) {
+    beginSampling(0xC3E00);
+    for (const Kind& kind : kKinds) {
+        auto& request = scripted::makeRequest(vm, kind.type, 0);
+        bool fired = true;
+        for (std::size_t n = 1; fired; ++n) {
+            work();
+            vm.recorder().failNth(n);
+            wholeOrNothing(&request);
+            fired = vm.recorder().faultFired();
+            vm.recorder().clearFaults();
+            expectSound(n);
+            ASSERT_LT(n, 2000U);
+        }
+        work();
+        const std::vector<int> types = typesOf(poll(&request));
+        EXPECT_THAT(types, ::testing::Not(IsEmpty())) << kind.type;
+        EXPECT_THAT(types, ::testing::Each(kind.sample)) << kind.type;
+    }
+}
+
+TEST_F(Faults, passesOfEveryKindInWhichEveryNthCallFailsLeaveTheNextWhole) {
+    beginSampling(0xC3E00);
+    std::vector<scripted::ScriptedObject*> requests = {nullptr};
+    for (const Kind& kind : kKinds) requests.push_back(&scripted::makeRequest(vm, kind.type, 0));
+    std::size_t n = 0;
+    for (bool fired = true; fired;) {
+        ++n;
+        fired = false;
+        for (scripted::ScriptedObject* request : requests) {
+            work();
+            vm.recorder().failEvery(n);
+            wholeOrNothing(request);
+            fired = vm.recorder().faultFired() || fired;
+            vm.recorder().clearFaults();
+            expectSound(n);
+        }
+        ASSERT_EQ(kinds(), (std::vector<int>{10, 11, 12, 13, 14, 17, 18})) << n;
+        ASSERT_LT(n, 2000U);
+    }
+    EXPECT_GT(n, 8U) << "a pass makes many calls";
 }
 
 TEST_F(Faults, everyCallOfStartAndStopFailsInTurn) {

@@ -6,6 +6,9 @@
 #include "runtime/PRBJavaThread.h"
 
 #include <limits>
+#include <pthread.h>
+#include <thread>
+#include <unistd.h>
 
 using ::testing::Contains;
 using ::testing::ElementsAre;
@@ -163,6 +166,89 @@ TEST_F(Natives, aThreadThatTheAgentHasNeverSeenMayCallEverything) {
                                                             static_cast<jlong>(pthread_self())),
                   0);
     });
+}
+
+TEST_F(Natives, aThreadThatTheAgentHasNeverSeenMayCallEachWithEveryHandle) {
+    ASSERT_NE(init(), 0);
+    auto* known = static_cast<PRBJavaThread*>(vm.mainThread().localStorage());
+    vm.setUnsupported(JVMPI_EVENT_THREAD_START);
+    scripted::ScriptedThread& stranger = vm.startThread({.name = "stranger"}, true);
+    scripted::ScriptedThread& foreign = vm.addThread({.name = "foreign"});
+    for (scripted::ScriptedThread* caller : {&stranger, &foreign}) {
+        for (jlong h : {handle, static_cast<jlong>(reinterpret_cast<std::intptr_t>(known))})
+            vm.callNative(*caller, [&] { callAll(caller->env(), h); });
+        EXPECT_EQ(vm.exceptionLeft(), "");
+        EXPECT_THAT(caller->heldMonitors(), IsEmpty());
+    }
+    EXPECT_EQ(foreign.localStorage(), nullptr);
+    EXPECT_EQ(known->getTopMethodEntry(), nullptr);
+    start(0x80000);
+    EXPECT_EQ(poll().size(), 1U);
+    stranger.stopReal();
+}
+
+TEST_F(Natives, aThreadThatIsNotAttachedGetsNeutralAnswersAndChangesNothing) {
+    std::thread([&] { callAll(nullptr, 0); }).join();
+    ASSERT_NE(init(), 0);
+    start(0x80000);
+    auto* known = static_cast<PRBJavaThread*>(vm.mainThread().localStorage());
+    const auto thread = static_cast<jlong>(reinterpret_cast<std::intptr_t>(known));
+    jbyteArray data = vm.local<jbyteArray>(vm.mainThread(), &vm.newBytes({1, 2, 3}));
+    std::thread([&] {
+        for (jlong h : {jlong{0}, handle, thread, static_cast<jlong>(pthread_self())})
+            callAll(nullptr, h);
+        EXPECT_EQ(NATIVE(Profiler, InitProfiler)(nullptr, nullptr, nullptr, nullptr), handle);
+        EXPECT_EQ(NATIVE(Profiler, handleInitiateCollection)(nullptr, nullptr, handle, 0x800, 0, 5,
+                                                             nullptr, nullptr),
+                  0);
+        EXPECT_EQ(NATIVE(Profiler, getProfilerData)(nullptr, nullptr, handle, 0, nullptr), nullptr);
+        EXPECT_EQ(NATIVE(AgentConnection, createHexDumpString)(nullptr, nullptr, data, nullptr),
+                  nullptr);
+        EXPECT_EQ(NATIVE(StaticConfigDataSampleSource, getEnvVars)(nullptr, nullptr), nullptr);
+        EXPECT_EQ(NATIVE(Globals, getCurrentWorkingDirectoryNative)(nullptr, nullptr), nullptr);
+        EXPECT_EQ(NATIVE(InstrumentedStack, getStateNative)(nullptr, nullptr, thread), 1);
+        EXPECT_EQ(NATIVE(InstrumentedStack, registerWithProfilerNative)(nullptr, nullptr),
+                  static_cast<jlong>(static_cast<std::intptr_t>(pthread_self())));
+        EXPECT_EQ(NATIVE(BackgroundThread, getCurrentProcessIdNative)(nullptr, nullptr), getpid());
+    }).join();
+    EXPECT_EQ(collector().getCollectionType(), 0x80000U);
+    EXPECT_FALSE(vm.enabled(JVMPI_EVENT_MONITOR_CONTENDED_ENTER));
+    EXPECT_EQ(poll().size(), 1U);
+}
+
+TEST_F(Natives, objectsOfAnyTypeAreTakenWhereverJavaAllowsThem) {
+    ASSERT_NE(init(), 0);
+    start(0x80000);
+    auto& cls = vm.addClass({.name = "com/x/Order"});
+    auto* thread = static_cast<PRBJavaThread*>(vm.mainThread().localStorage());
+    const auto h = static_cast<jlong>(reinterpret_cast<std::intptr_t>(thread));
+    for (scripted::ScriptedObject* object :
+         {&vm.newString("text"), &vm.newBytes({1, 2}), &vm.newObjectArray({nullptr}), cls.mirror,
+          &vm.newObject(cls), vm.mainThread().object(), java.object}) {
+        const auto records = poll(object);
+        ASSERT_EQ(records.size(), 1U) << "as without a request";
+        EXPECT_EQ(records[0].sampleType, 18);
+        vm.callNative([&] {
+            JNIEnv* env = vm.env();
+            jobject ref = vm.newLocalRef(vm.mainThread(), object);
+            EXPECT_EQ(NATIVE(Profiler, InitProfiler)(env, nullptr, nullptr, ref), handle);
+            EXPECT_EQ(NATIVE(TransportableData, convertText)(env, nullptr, ref), ref);
+            EXPECT_EQ(static_cast<std::uint32_t>(NATIVE(Profiler, getObjectId)(env, nullptr, ref)),
+                      static_cast<std::uint32_t>(reinterpret_cast<std::uintptr_t>(object->id)));
+            EXPECT_GE(NATIVE(Profiler, getObjectSize)(env, nullptr, ref), 0);
+            NATIVE(Profiler, createNewInstrumentedProfilingEntry)(env, nullptr, ref, h);
+            EXPECT_NE(thread->getTopMethodEntry(), nullptr);
+            NATIVE(Profiler, removeTopInstrumentedProfilingEntry)(env, nullptr, ref, h);
+            EXPECT_EQ(thread->getTopMethodEntry(), nullptr);
+            auto targets =
+                vm.local<jobjectArray>(vm.mainThread(), &vm.newObjectArray({object, nullptr}));
+            auto type = static_cast<jclass>(vm.newLocalRef(vm.mainThread(), cls.mirror));
+            EXPECT_NE(
+                NATIVE(Profiler, getReferencesToObjectsNative)(env, nullptr, handle, targets, type),
+                nullptr);
+        });
+        EXPECT_EQ(vm.exceptionLeft(), "");
+    }
 }
 
 TEST_F(Natives, aRefusedFrameGivesTheNeutralAnswer) {
