@@ -5,6 +5,7 @@
 #include "core/PRBTrace.h"
 #include "core/PRBVm.h"
 #include "runtime/PRBJavaThread.h"
+#include "runtime/PRBReclaimer.h"
 
 #include <cstring>
 
@@ -36,10 +37,11 @@ void PRBEventHandlers::HandleThreadStart(JVMPI_Event* event) {
 void PRBEventHandlers::HandleThreadEnd(JVMPI_Event* event) {
     PRBTraceScope trace(kTrace, kName, "PRBMonitorGlobal::HandleThreadEnd");
     JNIEnv* env = event->env_id;
+    PRBReclaimer::Reader keep; // once ended, a purge on another thread may retire it
     PRBJavaThread* thread = PRBLookup::getThreadClass(env);
     if (thread == nullptr) return;
     PRBThreadRegistry::end(thread);
-    PRBLookup::threadsChanged(); // a purge may delete it from here on
+    PRBLookup::threadsChanged();
     if (thread->getEnvId() == env) thread->destroyJavaThreadObject();
     PRBVm::setThreadLocalStorage(env, nullptr);
     PRBLookup::threadsChanged();

@@ -120,6 +120,24 @@ void Recorder::clearFaults() {
     fired_ = false;
 }
 
+void Recorder::duringNext(const std::string& name, std::function<void()> action) {
+    InsideVm inside;
+    std::lock_guard lock(mutex_);
+    actions_[name] = std::move(action);
+    hasActions_.store(true, std::memory_order_release);
+}
+
+std::function<void()> Recorder::takeAction(const char* name) {
+    if (!hasActions_.load(std::memory_order_acquire)) return nullptr;
+    std::lock_guard lock(mutex_);
+    auto found = actions_.find(name);
+    if (found == actions_.end()) return nullptr;
+    std::function<void()> action = std::move(found->second);
+    actions_.erase(found);
+    hasActions_.store(!actions_.empty(), std::memory_order_release);
+    return action;
+}
+
 Verdict Recorder::record(Call call, bool failable) {
     InsideVm inside;
     std::lock_guard lock(mutex_);

@@ -8,6 +8,7 @@
 #include <atomic>
 #include <cstddef>
 #include <cstdint>
+#include <functional>
 #include <map>
 #include <mutex>
 #include <optional>
@@ -78,6 +79,12 @@ public:
     bool faultFired() const; // since failNth, failEvery or clearFaults
     void clearFaults();
 
+    // During the next call of that name, `action` happens: what another thread would do just then,
+    // done by the calling one.
+    void duringNext(const std::string& name, std::function<void()> action);
+
+    // For the VM: takes the action that duringNext left for a call, if any.
+    std::function<void()> takeAction(const char* name);
     // For the VM: writes the call into the log and says whether it is to fail.
     Verdict record(Call call, bool failable);
     // The same without a log entry.
@@ -95,6 +102,8 @@ private:
     std::vector<Call> calls_;
     std::vector<std::string> violations_;
     std::map<std::string, std::vector<Scripted>> scripted_;
+    std::map<std::string, std::function<void()>> actions_;
+    std::atomic<bool> hasActions_{false};
     std::size_t failAt_ = 0;
     std::size_t failEvery_ = 0;
     std::size_t failable_ = 0;

@@ -95,6 +95,10 @@ Verdict ScriptedVm::call(CallKind kind, const char* name, TextRef text, bool fai
         const std::string problem = monitors_->checkVmCall(self, name);
         if (!problem.empty()) recorder_.violation(problem);
     }
+    if (const std::function<void()> action = recorder_.takeAction(name)) {
+        OutsideVm outside;
+        action();
+    }
     if (!recorder_.recording()) return failable ? recorder_.judge(name) : Verdict{};
     Call entry;
     entry.kind = kind;

@@ -174,6 +174,24 @@ TEST_F(ThreadEvents, aPurgedThreadLivesAsLongAsSomebodyReads) {
     }
 }
 
+TEST_F(ThreadEvents, aPurgeThatMeetsTheEndOfAThreadWaitsForIt) {
+    auto& worker = vm.startThread({.name = "worker"});
+    PRBJavaThread* thread = threadOf(worker);
+    worker.run([&] { thread->getJavaThreadObject(kFindThreadObject); });
+    std::uint32_t pending = 0;
+    vm.recorder().duringNext("DeleteGlobalRef", [&] {
+        monitor.purgeEndedThreads();
+        for (int i = 0; i < 3; ++i) PRBReclaimer::reclaim();
+        pending = PRBReclaimer::pending();
+        EXPECT_FALSE(PRBThreadSnapshot::isLive(thread));
+    });
+    vm.endThread(worker);
+    EXPECT_GT(pending, 0u); // the thread, still in use by its own end
+    EXPECT_EQ(worker.localStorage(), nullptr);
+    for (int i = 0; i < 3; ++i) PRBReclaimer::reclaim();
+    EXPECT_EQ(PRBReclaimer::pending(), 0u);
+}
+
 TEST_F(ThreadEvents, endedThreadsThatNobodyPollsAreBounded) {
     vm.recorder().setRecording(false);
     vm.monitors().setChecking(false);
