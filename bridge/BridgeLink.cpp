@@ -70,6 +70,7 @@ constexpr CounterRow kCounters[] = {
     read("objectIds", [] { return uint64_t{objectIds().size()}; }),
     read("objectsUntracked", [] { return AllocationEvents::untracked(); }),
     read("weakReferences", [] { return AllocationEvents::references(); }),
+    sampled("tracesLeft", &SamplerCounters::leftTraces),
 };
 
 uint64_t valueOf(const CounterRow& row) {

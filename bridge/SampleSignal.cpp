@@ -104,13 +104,28 @@ void waitStopped(SampleSlot& slot) {
     }
 }
 
+// Whether the thread is to walk: the request still stands.
+bool accept(SampleSlot& slot) {
+    std::uint32_t asked = SampleSlot::kAsked;
+    while (asked == SampleSlot::kAsked || asked == SampleSlot::kDeferred) {
+        const std::uint32_t walking =
+            asked == SampleSlot::kAsked ? SampleSlot::kWalking : SampleSlot::kWalkingOn;
+        if (slot.state.compare_exchange_strong(asked, walking, std::memory_order_acq_rel)) {
+            return true;
+        }
+    }
+    return false;
+}
+
 // The handler's last act: afterwards the slot is the sampler's.
 void leave(SampleSlot& slot) {
-    std::uint32_t escaped = SampleSlot::kEscaped;
-    if (!slot.state.compare_exchange_strong(escaped, SampleSlot::kEscapedOut,
-                                            std::memory_order_acq_rel)) {
-        slot.state.store(SampleSlot::kIdle, std::memory_order_release);
+    std::uint32_t state = SampleSlot::kEscaped;
+    if (slot.state.compare_exchange_strong(state, SampleSlot::kEscapedOut,
+                                           std::memory_order_acq_rel)) {
+        return;
     }
+    slot.state.store(state == SampleSlot::kWalkingOn ? SampleSlot::kLeft : SampleSlot::kIdle,
+                     std::memory_order_release);
 }
 
 void onSample(int, siginfo_t* info, void* context) {
@@ -121,11 +136,8 @@ void onSample(int, siginfo_t* info, void* context) {
     auto* slot = static_cast<SampleSlot*>(info->si_value.sival_ptr);
     const AsyncGetCallTraceFn walkStack = walker.load(std::memory_order_relaxed);
     const auto self = static_cast<pid_t>(syscall(SYS_gettid));
-    std::uint32_t asked = SampleSlot::kAsked;
     // A signal that arrives after its request was withdrawn, or at another thread's slot, is stale.
-    if (slot && walkStack && slot->tid.load(std::memory_order_acquire) == self &&
-        slot->state.compare_exchange_strong(asked, SampleSlot::kWalking,
-                                            std::memory_order_acq_rel)) {
+    if (slot && walkStack && slot->tid.load(std::memory_order_acquire) == self && accept(*slot)) {
         walk(*slot, static_cast<ucontext_t*>(context), walkStack);
         std::uint32_t walking = SampleSlot::kWalking;
         if (slot->state.compare_exchange_strong(walking, SampleSlot::kStopped,
@@ -196,14 +208,16 @@ bool SampleSignal::stillOurs() {
 
 // ---- Between the first ask and the last resume: no allocation, no lock, no log ----------------
 
-bool SampleSignal::ask(SampleSlot& slot) {
+namespace {
+
+bool send(SampleSlot& slot, SampleSlot::State request) {
     std::uint32_t idle = SampleSlot::kIdle;
-    if (!slot.state.compare_exchange_strong(idle, SampleSlot::kAsked, std::memory_order_acq_rel)) {
+    if (!slot.state.compare_exchange_strong(idle, request, std::memory_order_acq_rel)) {
         errno = EBUSY;
         return false;
     }
     siginfo_t info{};
-    info.si_signo = number();
+    info.si_signo = SampleSignal::number();
     info.si_code = SI_QUEUE;
     info.si_pid = process.load(std::memory_order_relaxed);
     info.si_uid = getuid();
@@ -216,7 +230,27 @@ bool SampleSignal::ask(SampleSlot& slot) {
     return false;
 }
 
-bool SampleSignal::awaitAnswer(SampleSlot& slot, std::int64_t untilNs) {
+} // namespace
+
+bool SampleSignal::ask(SampleSlot& slot) { return send(slot, SampleSlot::kAsked); }
+
+bool SampleSignal::askLeave(SampleSlot& slot) { return send(slot, SampleSlot::kDeferred); }
+
+bool SampleSignal::takeLeft(SampleSlot& slot) {
+    std::uint32_t left = SampleSlot::kLeft;
+    return slot.state.compare_exchange_strong(left, SampleSlot::kIdle, std::memory_order_acq_rel);
+}
+
+bool SampleSignal::withdraw(SampleSlot& slot) {
+    std::uint32_t deferred = SampleSlot::kDeferred;
+    return slot.state.compare_exchange_strong(deferred, SampleSlot::kIdle,
+                                              std::memory_order_acq_rel);
+}
+
+bool SampleSignal::awaitAnswer(SampleSlot& slot, std::int64_t untilNs, Late late) {
+    const bool defer = late == Late::kDefer;
+    const std::uint32_t afterAsked = defer ? SampleSlot::kDeferred : SampleSlot::kIdle;
+    const std::uint32_t afterWalking = defer ? SampleSlot::kWalkingOn : SampleSlot::kGivenUp;
     for (;;) {
         std::uint32_t state = slot.state.load(std::memory_order_acquire);
         if (state != SampleSlot::kAsked && state != SampleSlot::kWalking) return true;
@@ -225,9 +259,8 @@ bool SampleSignal::awaitAnswer(SampleSlot& slot, std::int64_t untilNs) {
             futexWait(slot.state, state, left);
             continue;
         }
-        const std::uint32_t withdrawn =
-            state == SampleSlot::kAsked ? SampleSlot::kIdle : SampleSlot::kGivenUp;
-        if (slot.state.compare_exchange_strong(state, withdrawn, std::memory_order_acq_rel)) {
+        const std::uint32_t next = state == SampleSlot::kAsked ? afterAsked : afterWalking;
+        if (slot.state.compare_exchange_strong(state, next, std::memory_order_acq_rel)) {
             return false;
         }
     }

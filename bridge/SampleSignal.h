@@ -31,9 +31,17 @@ public:
     // Asks the slot's thread to stop. False if the slot is not idle or the kernel refuses (errno
     // is set: EAGAIN when too many signals are queued, ESRCH when the thread has gone).
     static bool ask(SampleSlot& slot);
-    // Waits until the thread has answered or `untilNs` (CLOCK_MONOTONIC) has passed; in the latter
-    // case the request is withdrawn. True if there is an answer in the slot.
-    static bool awaitAnswer(SampleSlot& slot, std::int64_t untilNs);
+    // The same for a trace alone: the thread leaves it in the slot without stopping.
+    static bool askLeave(SampleSlot& slot);
+    // Waits until the thread has answered or `untilNs` (CLOCK_MONOTONIC) has passed; what becomes
+    // of the request in the latter case: true if there is an answer in the slot.
+    enum class Late { kWithdraw, kDefer };
+    static bool awaitAnswer(SampleSlot& slot, std::int64_t untilNs, Late late);
+    // Takes the trace that a thread has left; the slot is idle and the trace stays readable until
+    // the next request. False if there is none (yet).
+    static bool takeLeft(SampleSlot& slot);
+    // Takes a request for a trace back. False if the thread is just answering it.
+    static bool withdraw(SampleSlot& slot);
     // Lets a thread that answered go on. True if it had escaped from too long a stop.
     static bool resume(SampleSlot& slot);
 };

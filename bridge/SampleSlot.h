@@ -20,22 +20,26 @@ struct SampleSlot {
     // Who moves the state where. A slot may be asked again only when it is idle: a late handler
     // would otherwise answer a later request.
     enum State : std::uint32_t {
-        kIdle,      // sampler -> kAsked
-        kAsked,     // handler -> kWalking; sampler, tired of waiting -> kIdle
-        kWalking,   // handler -> kStopped; sampler, tired of waiting -> kGivenUp
-        kStopped,   // sampler -> kResumed; handler, after too long a stop -> kEscaped
-        kResumed,   // handler -> kIdle, as its last act
-        kGivenUp,   // handler -> kIdle without stopping
-        kEscaped,   // the thread runs on by itself, the trace stays; handler -> kEscapedOut;
-                    // sampler -> kResumed
-        kEscapedOut // the handler has returned; sampler -> kIdle
+        kIdle,       // sampler -> kAsked, kDeferred
+        kAsked,      // handler -> kWalking; sampler, tired of waiting -> kIdle, kDeferred
+        kWalking,    // handler -> kStopped; sampler, tired of waiting -> kGivenUp, kWalkingOn
+        kStopped,    // sampler -> kResumed; handler, after too long a stop -> kEscaped
+        kResumed,    // handler -> kIdle, as its last act
+        kGivenUp,    // handler -> kIdle without stopping
+        kEscaped,    // the thread runs on by itself, the trace stays; handler -> kEscapedOut;
+                     // sampler -> kResumed
+        kEscapedOut, // the handler has returned; sampler -> kIdle
+        // The thread leaves its trace when it comes to run, without stopping:
+        kDeferred,  // handler -> kWalkingOn; sampler, tired of waiting -> kIdle
+        kWalkingOn, // handler -> kLeft, as its last act
+        kLeft       // the trace is there; sampler -> kIdle
     };
 
     std::atomic<std::uint32_t> state{kIdle};
     std::atomic<pid_t> tid{0};
 
-    // Written by the handler between kWalking and kStopped, read by the sampler from kStopped on
-    // until it asks again.
+    // Written by the handler while it walks, read by the sampler from kStopped or kLeft on until it
+    // asks again.
     jint frameCount = 0; // below 0: the code of AsyncGetCallTrace
     JNIEnv* env = nullptr;
     JVMPI_CallFrame frames[kSampleDepth];

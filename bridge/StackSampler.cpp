@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cerrno>
 
+#include <sys/prctl.h>
 #include <unistd.h>
 
 #include "bridge/Clocks.h"
@@ -12,14 +13,11 @@ namespace bridge {
 
 namespace {
 
-constexpr std::int64_t kNsPerMs = 1'000'000;
 // A thread that was blocked within so many cycles is of the mostly blocked kind.
 constexpr std::uint64_t kBlockedKindCycles = 32;
 // Idle threads: after each so many looks without CPU time one more cycle is skipped, up to a limit.
 constexpr std::uint32_t kQuietLooksPerSkip = 8;
 constexpr std::uint32_t kMaxSkip = 16;
-// A thread that does not answer is left alone for 2, 4, ... cycles, at most 2 to this power.
-constexpr std::uint32_t kMaxDeafPower = 12;
 // What ended threads leave unsampled is kept up to so many cycles' worth.
 constexpr double kMaxOrphanCycles = 100;
 // A cycle older than this says that sampling is off.
@@ -40,10 +38,6 @@ constexpr jint kStatusOfOsState[] = {
 jint statusOf(int osState) {
     constexpr int known = sizeof kStatusOfOsState / sizeof kStatusOfOsState[0];
     return osState >= 0 && osState < known ? kStatusOfOsState[osState] : 0;
-}
-
-void add(std::atomic<std::uint64_t>& counter, std::uint64_t amount = 1) {
-    counter.fetch_add(amount, std::memory_order_relaxed);
 }
 
 bool isSelf(const ThreadRecord& record) {
@@ -185,8 +179,12 @@ bool StackSampler::payableNow(ThreadRecord& record) {
         monotonicNs() - cycleStartNs_ > kCycleAgeNs) {
         return false;
     }
+    takeDeferred(record);
     look(record);
-    return judge(account.credit, account.trace, false, true) != Verdict::kNothing;
+    if (account.deferredNs != 0) return false;
+    const bool payable = judge(account.credit, account.trace, false, true) != Verdict::kNothing;
+    if (!payable) account.wasLate = false;
+    return payable;
 }
 
 // Whether what the thread does at this moment is what it spends CPU time on.
@@ -209,7 +207,8 @@ void StackSampler::decide(ThreadRecord& record) {
     const void* javaThread = record.javaThread.load(std::memory_order_relaxed);
     if (!signalReady_ || !javaThread || isSelf(record)) return;
     const int state = vm_.threadState(javaThread);
-    if (clock_.meanNs() <= 0) {
+    takeDeferred(record);
+    if (clock_.meanNs() <= 0 || account.deferredNs != 0) {
         look(record);
         return;
     }
@@ -218,6 +217,8 @@ void StackSampler::decide(ThreadRecord& record) {
         return;
     }
     const std::int64_t spent = look(record);
+    if (account.wasLate && countLate(record)) return;
+    account.wasLate = false;
     const bool running = !account.payable && isRunning(record, state, spent);
     if (!running) account.blockedCycle = cycle_;
 
@@ -233,9 +234,7 @@ void StackSampler::decide(ThreadRecord& record) {
         enlist(record, true, false);
         break;
     case Verdict::kSampleKept:
-        count(record);
-        account.trace = KeptTrace::kCounted;
-        add(counters_.keptTraces);
+        countKept(record);
         break;
     case Verdict::kSampleBlocked:
         // Not while it waits in the VM for the end of a safepoint. A thread that waits for a
@@ -245,118 +244,38 @@ void StackSampler::decide(ThreadRecord& record) {
     }
 }
 
+// Counts a thread with the trace that it left since the last cycle, if it still owes a sample.
+bool StackSampler::countLate(ThreadRecord& record) {
+    SamplerAccount& account = record.account;
+    const bool walked = record.slot.frameCount > 0;
+    if (!account.credit.due(walked ? 0 : kPatienceForTrace)) return false;
+    if (account.trace == KeptTrace::kFresh) {
+        countKept(record);
+        return true;
+    }
+    count(record);
+    add(walked ? counters_.chargedBlocked : counters_.droppedSamples);
+    return true;
+}
+
 void StackSampler::count(ThreadRecord& record) {
     record.account.hasRun = true;
     record.account.credit.charge();
     add(counters_.samples);
 }
 
-// ---- Stopping ----------------------------------------------------------------------------------
-// From stopAsked() on, until the last resume: no allocation, no lock that a stopped thread can
-// hold, no log, no call of the VM.
-
-// Puts a thread on the list of those to be signalled.
-void StackSampler::enlist(ThreadRecord& record, bool running, bool wanted) {
-    SamplerAccount& account = record.account;
-    if (account.muteUntil > cycle_ || !record.slot.idle()) return;
-    account.asked = true;
-    account.running = running;
-    account.wanted = wanted;
-    account.nextAsked = asked_;
-    asked_ = &record;
-}
-
-void StackSampler::stopListed() {
-    for (ThreadRecord* record = listed_; record; record = record->account.nextListed) {
-        if (!record->account.decided) decide(*record);
-    }
-    if (asked_) stopAsked();
-}
-
-// Signals all that are asked, at once, and gathers their answers.
-void StackSampler::stopAsked() {
-    const std::int64_t sinceNs = monotonicNs();
-    if (!stopped_) stoppedAtNs_ = sinceNs;
-    stopped_ = true;
-    for (ThreadRecord* record = asked_; record; record = record->account.nextAsked) {
-        add(counters_.signals);
-        if (SampleSignal::ask(record->slot)) continue;
-        record->account.asked = false;
-        add(counters_.notSent);
-    }
-    const std::int64_t untilNs = sinceNs + StackSampler::kAnswerMs * kNsPerMs;
-    for (ThreadRecord* record = asked_; record; record = record->account.nextAsked) {
-        if (!record->account.asked) continue;
-        settle(*record, SampleSignal::awaitAnswer(record->slot, untilNs));
-    }
-    asked_ = nullptr;
-    add(counters_.stopNanos, static_cast<std::uint64_t>(monotonicNs() - sinceNs));
-}
-
-void StackSampler::settle(ThreadRecord& record, bool answered) {
-    SamplerAccount& account = record.account;
-    account.trace = KeptTrace::kNone; // the slot has been, or may be, written to
-    if (!answered) {
-        account.asked = false;
-        account.deafTimes = std::min(account.deafTimes + 1, kMaxDeafPower);
-        account.muteUntil = cycle_ + (std::uint64_t{1} << account.deafTimes);
-        add(counters_.timeouts);
-        if (!SampleSignal::stillOurs()) signalReady_ = false; // nobody will ever answer
-        return;
-    }
-    account.deafTimes = 0;
-    const jint frames = record.slot.frameCount;
-    if (frames > 0) {
-        add(counters_.traces);
-        if (account.running) {
-            account.trace = account.wanted ? KeptTrace::kCounted : KeptTrace::kFresh;
-        }
-        if (!account.wanted) return;
-        count(record);
-        if (!account.running) add(counters_.chargedBlocked);
-        return;
-    }
-    add(counters_.errors[std::min(-frames, SamplerCounters::kErrors - 1)]);
-    // The credit stays for the next cycle, but not without end.
-    if (account.wanted && account.credit.due(kPatienceForTrace)) {
-        count(record);
-        add(counters_.droppedSamples);
-    }
-}
-
-void StackSampler::unlist(ThreadRecord& record) {
-    SamplerAccount& account = record.account;
-    ThreadRecord** link = &listed_;
-    while (*link != &record) link = &(*link)->account.nextListed;
-    *link = account.nextListed;
-    account.nextListed = nullptr;
-    account.listed = account.decided = account.asked = false;
-    account.running = account.wanted = account.hasRun = account.payable = false;
-}
-
-// A stop that its caller has forgotten ends; answers that were got remain readable.
-void StackSampler::releaseAll() {
-    for (ThreadRecord* record = listed_; record; record = record->account.nextListed) {
-        if (!record->account.asked) continue;
-        if (SampleSignal::resume(record->slot)) add(counters_.longStops);
-        record->account.asked = false;
-    }
-    stopped_ = false;
-}
-
-void StackSampler::stopOverdue(void* self) {
-    auto& sampler = *static_cast<StackSampler*>(self);
-    const std::lock_guard<std::mutex> mutex(sampler.callMutex_);
-    if (!sampler.stopped_) return;
-    if (monotonicNs() - sampler.stoppedAtNs_ < std::int64_t{kLongStopMs} * kNsPerMs) return;
-    sampler.releaseAll();
-    sampler.threads_.lock().unlock();
+void StackSampler::countKept(ThreadRecord& record) {
+    count(record);
+    record.account.trace = KeptTrace::kCounted;
+    if (!record.account.wasLate) add(counters_.keptTraces);
 }
 
 void StackSampler::recordEnds(void* self, ThreadRecord& record) {
     auto& sampler = *static_cast<StackSampler*>(self);
     SamplerAccount& account = record.account;
     if (account.listed) sampler.unlist(record);
+    sampler.forgetDeferred(record);
+    account.deferredNs = 0;
     record.suspended.store(false, std::memory_order_relaxed);
     const double mean = sampler.clock_.meanNs();
     const bool known = account.run == sampler.run_ || account.insertedNs >= sampler.runStartNs_;
@@ -391,13 +310,21 @@ jint StackSampler::status(JNIEnv* env) {
     return status;
 }
 
+// The calling thread is the profiler's sampler. Its waits are to end in time: by default the kernel
+// lets them last 50 microseconds longer.
+void StackSampler::becomeCaller() {
+    if (callerKnown_ && pthread_equal(caller_, pthread_self())) return;
+    caller_ = pthread_self();
+    callerKnown_ = true;
+    prctl(PR_SET_TIMERSLACK, 1);
+}
+
 void StackSampler::suspend(JNIEnv* env) {
     const Call call(*this);
     ThreadRecord* record = threads_.find(env);
     if (!record || record->account.listed) return;
     SamplerAccount& account = record->account;
-    caller_ = pthread_self();
-    callerKnown_ = true;
+    becomeCaller();
     if (account.suspendCycle == cycle_ || run_ == 0) beginCycle();
     account.suspendCycle = account.statusCycle = cycle_;
     record->suspended.store(true, std::memory_order_relaxed);
@@ -429,8 +356,9 @@ void StackSampler::callTrace(JVMPI_CallTrace* trace, jint depth) {
     if (!account.decided) stopListed();
     if (!account.hasRun && !account.asked && signalReady_) {
         // Nobody counts this thread, but it is suspended: it is stopped for its trace alone.
+        forgetDeferred(*record);
         enlist(*record, false, false);
-        if (asked_) stopAsked();
+        if (asked_) stopAsked(std::int64_t{kAnswerMs} * kNsPerMs, false);
     }
     if (!account.hasRun && !account.asked) return;
     const jint frames = std::min({depth, record->slot.frameCount, kSampleDepth});
@@ -446,6 +374,7 @@ void StackSampler::resume(JNIEnv* env) {
     if (!record || !record->account.listed) return;
     record->suspended.store(false, std::memory_order_relaxed);
     if (record->account.asked && SampleSignal::resume(record->slot)) add(counters_.longStops);
+    askAgain(*record);
     unlist(*record);
     if (!listed_) stopped_ = false; // the call's end gives the thread-list lock back
 }

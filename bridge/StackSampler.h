@@ -17,6 +17,10 @@
 //   not due, running, of the kind that is
 //   mostly blocked, and without such a trace  stopped for a trace to count later;
 //   else                                      not touched.
+// Nobody stands still for a thread that has no processor at the moment: who has not answered within
+// kStopUs is left behind, leaves its trace without stopping when it comes to run, and is counted
+// with it in the next cycle.
+//
 // So a thread that works for 0.2 ms and then blocks, over and over, is charged its CPU time and no
 // more, and charged to its work, although nearly every look finds it blocked. A thread that waits
 // (for a monitor or a condition) is never suspended by the profiler; when a sample of its work is
@@ -56,9 +60,10 @@ struct SamplerCounters {
     std::atomic<std::uint64_t> traces{0};         // stacks walked with at least one frame
     std::atomic<std::uint64_t> keptTraces{0};     // samples that used an earlier trace
     std::atomic<std::uint64_t> chargedBlocked{0}; // samples of threads off the processor
-    std::atomic<std::uint64_t> timeouts{0};       // threads that did not answer within 50 ms
-    std::atomic<std::uint64_t> notSent{0};        // signals that the kernel refused
-    std::atomic<std::uint64_t> longStops{0};      // stops that ended by themselves after 200 ms
+    std::atomic<std::uint64_t> leftTraces{0}; // traces of threads that answered too late to stop
+    std::atomic<std::uint64_t> timeouts{0};   // threads that did not answer at all
+    std::atomic<std::uint64_t> notSent{0};    // signals that the kernel refused
+    std::atomic<std::uint64_t> longStops{0};  // stops that ended by themselves after 200 ms
     std::atomic<std::uint64_t> droppedSamples{0}; // samples given up: the stack cannot be walked
     std::atomic<std::uint64_t> stopNanos{0};      // first signal to last acknowledgement
     static constexpr int kErrors = 12;
@@ -72,7 +77,9 @@ public:
     // Fills the trace of the calling thread itself (JVMTI GetStackTrace); may enter the VM.
     using OwnTraceFn = void (*)(JVMPI_CallTrace* trace, jint depth);
 
-    static constexpr int kAnswerMs = 50; // the longest wait for threads to stop
+    static constexpr int kStopUs = 80;      // the wait for running threads to stop
+    static constexpr int kAnswerMs = 50;    // the same for a thread that somebody wants stopped
+    static constexpr int kDeferredMs = 500; // and for a trace without a stop
 
     StackSampler(ThreadTable& threads, const VmStructs& vm, OwnTraceFn ownTrace);
     // REQUIRES: nothing is stopped and no thread calls.
@@ -101,6 +108,10 @@ public:
     const SamplerCounters& counters() const { return counters_; }
 
 private:
+    static constexpr std::int64_t kNsPerMs = 1'000'000;
+    static void add(std::atomic<std::uint64_t>& counter, std::uint64_t amount = 1) {
+        counter.fetch_add(amount, std::memory_order_relaxed);
+    }
     class Call;
     // Intrusive lists: nothing allocates while threads are stopped.
     using Link = ThreadRecord* SamplerAccount::*;
@@ -113,10 +124,19 @@ private:
     bool isRunning(ThreadRecord& record, int state, std::int64_t spentNs) const;
     void decide(ThreadRecord& record);
     void count(ThreadRecord& record);
+    void countKept(ThreadRecord& record);
+    bool countLate(ThreadRecord& record);
     void enlist(ThreadRecord& record, bool running, bool wanted);
     void stopListed();
-    void stopAsked();
-    void settle(ThreadRecord& record, bool answered);
+    void stopAsked(std::int64_t patienceNs, bool deferLate);
+    void settle(ThreadRecord& record);
+    bool keepTrace(ThreadRecord& record, bool running);
+    void silent(ThreadRecord& record);
+    void defer(ThreadRecord& record);
+    void takeDeferred(ThreadRecord& record);
+    void forgetDeferred(ThreadRecord& record);
+    void askAgain(ThreadRecord& record);
+    void becomeCaller();
     void unlist(ThreadRecord& record);
     void releaseAll();
     static void recordEnds(void* self, ThreadRecord& record);

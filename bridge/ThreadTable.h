@@ -55,6 +55,8 @@ struct SamplerAccount {
     std::uint32_t quietLooks = 0;   // looks in a row without any CPU time
     std::uint32_t deafTimes = 0;    // requests in a row without an answer
     KeptTrace trace = KeptTrace::kNone; // what the slot holds
+    std::int64_t deferredNs = 0;        // since when its trace is awaited (CLOCK_MONOTONIC); 0: not
+    bool deferredRunning = false;       // what `running` was when it was asked for
     // Of the present cycle, from SuspendThread to ResumeThread:
     bool listed = false;  // on the sampler's list
     bool decided = false; // looked at; hasRun is the answer
@@ -63,6 +65,7 @@ struct SamplerAccount {
     bool wanted = false;  // asked because a sample is due, not for a trace to count later
     bool hasRun = false;
     bool payable = false; // a waiting thread that is reported runnable, to be charged
+    bool wasLate = false; // its sample is one that it left since the last cycle
     ThreadRecord* nextListed = nullptr;
     ThreadRecord* nextAsked = nullptr;
 };

@@ -218,29 +218,6 @@ TEST_F(StackSamplerTest, ADeafThreadIsDroppedAndItsLateSignalIgnored) {
     EXPECT_EQ(worker.java.walks, 1);
 }
 
-TEST_F(StackSamplerTest, ASlowWalkIsGivenUpWithoutStopping) {
-    Worker& worker = add(spin);
-    static std::atomic<bool> slow;
-    slow = true;
-    SampleSignal::uninstall();
-    std::string problem;
-    ASSERT_TRUE(SampleSignal::install(
-        [](JVMPI_CallTrace* trace, jint, void*) {
-            while (slow) ownCpuNs();
-            trace->num_frames = 1;
-            trace->frames[0] = {0, methodAt(1)};
-        },
-        {}, problem))
-        << problem;
-    ASSERT_TRUE(
-        cyclesUntil([&](const std::vector<Sample>&) { return sampler.counters().timeouts != 0; }));
-    EXPECT_FALSE(vm.threads.find(worker.env())->slot.idle()); // still the handler's
-    slow = false;
-    expectProgress(worker);
-    EXPECT_TRUE(vm.threads.find(worker.env())->slot.idle());
-    EXPECT_EQ(sampler.counters().samples, 0u);
-}
-
 TEST_F(StackSamplerTest, AThreadMayEndWhileItIsSuspendedButNotWhileItIsStopped) {
     Worker& worker = add([](Worker& self) {
         while (!self.stop) self.steps++;
