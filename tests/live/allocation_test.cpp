@@ -102,31 +102,6 @@ TEST_P(Allocations, FreedObjectsAreCountedWhereTheCollectorTells) {
     }
 }
 
-// Collections back to back while every allocation and every freed object is told.
-TEST_P(Allocations, ProgramsRunOnUnderCollections) {
-    std::vector<std::string> java = {"-Xmx256m",
-                                     "-cp",
-                                     product("tests/programs.jar"),
-                                     "com.tessel.prb.live.programs.AllocationStorm",
-                                     "--seconds",
-                                     "1"};
-    std::vector<std::string> bare = {jdk().home + "/bin/java"};
-    bare.insert(bare.end(), java.begin(), java.end());
-    const prb::Captured without = run(bare);
-    ASSERT_EQ(without.exitCode, 0) << without.err;
-    java.back() = "5";
-    for (const char* collector : {"-XX:+UseSerialGC", "-XX:+UseG1GC"}) {
-        java[0] = collector;
-        const Profiled with = profile(
-            jdk(), {"--data", "threads,methods,gc,alloc,errors,self", "--poll", "0.2"}, java);
-        EXPECT_EQ(with.result.exitCode, 0) << with.result.err;
-        EXPECT_EQ(with.result.out, without.out);
-        ASSERT_TRUE(with.report.is_object());
-        EXPECT_EQ(with.report["run"]["errors"], json::array());
-        EXPECT_GT(figure(with.report["classes"], "class", "int[]", "allocated_objects"), 1000);
-    }
-}
-
 PRB_FOR_EVERY_JDK(Allocations);
 
 } // namespace

@@ -26,9 +26,22 @@ protected:
         return last;
     }
 
-    // What the programs print does not depend on how long they run.
+    // The JVM's own choice of a collector; in a soak run each that it has.
     void survive(const std::string& program) {
-        std::vector<std::string> java = {"-Xmx256m",
+        const char* soak = std::getenv("PRB_SOAK_SECONDS"); // NOLINT(concurrency-mt-unsafe)
+        if (soak == nullptr) return survive(program, "-XX:+UseG1GC", 10);
+        for (const char* collector : {"Serial", "Parallel", "G1", "Shenandoah", "Z"}) {
+            const std::string option = std::string("-XX:+Use") + collector + "GC";
+            if (run({jdk().home + "/bin/java", option, "-version"}).exitCode == 0)
+                survive(program, option, std::atoi(soak) / 2); // there are two programs
+        }
+    }
+
+    // What the programs print does not depend on how long they run.
+    void survive(const std::string& program, const std::string& collector, int seconds) {
+        SCOPED_TRACE(collector);
+        std::vector<std::string> java = {collector,
+                                         "-Xmx256m",
                                          "-cp",
                                          product("tests/programs.jar"),
                                          "com.tessel.prb.live.programs." + program,
@@ -38,12 +51,10 @@ protected:
         bare.insert(bare.end(), java.begin(), java.end());
         const prb::Captured without = run(bare);
         ASSERT_EQ(without.exitCode, 0) << without.err;
-        // Longer in the soak runs of ./run-tests --soak.
-        const char* soak = std::getenv("PRB_SOAK_SECONDS"); // NOLINT(concurrency-mt-unsafe)
-        java.back() = soak == nullptr ? "10" : soak;
+        java.back() = std::to_string(seconds);
         const Profiled with =
             profile(jdk(), {"--data", "threads,methods,gc,errors,self", "--poll", "0.1"}, java,
-                    std::atoi(java.back().c_str()) + 100);
+                    seconds + 100);
         EXPECT_EQ(with.result.exitCode, 0) << with.result.err;
         EXPECT_EQ(with.result.out, without.out);
         ASSERT_TRUE(with.report.is_object());

@@ -56,23 +56,6 @@ TEST_P(SampleApp, TheAgentsOwnThreadsAreMarked) {
     EXPECT_TRUE(poller);
 }
 
-TEST_P(SampleApp, EveryCollectorOfTheJvmIsSurvived) {
-    std::vector<std::string> collectors = {"-XX:+UseSerialGC", "-XX:+UseParallelGC", "-XX:+UseG1GC",
-                                           "-XX:+UseShenandoahGC"};
-    if (jdk().bits == 64) collectors.push_back("-XX:+UseZGC");
-    for (const std::string& collector : collectors) {
-        if (run({jdk().home + "/bin/java", collector, "-version"}).exitCode != 0) {
-            std::printf("%s has no %s\n", jdk().name.c_str(), collector.c_str());
-            continue;
-        }
-        const Profiled p = sample({collector, "-Xmx256m"}, 3);
-        EXPECT_EQ(p.result.exitCode, 0) << collector << p.result.err;
-        EXPECT_THAT(p.result.out, HasSubstr("orders per second")) << collector;
-        EXPECT_EQ(p.report["run"]["complete"], true) << collector;
-        EXPECT_GT(p.report["run"]["busy_samples"].get<int>(), 50) << collector;
-    }
-}
-
 TEST_P(SampleApp, CheckedJniFindsNothing) {
     const Profiled p = sample({"-Xcheck:jni"}, 3);
     EXPECT_EQ(p.result.exitCode, 0);
