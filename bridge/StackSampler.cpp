@@ -91,12 +91,13 @@ void StackSampler::stop() {
     }
     if (installed_) SampleSignal::uninstall();
     installed_ = signalReady_ = false;
-    lossTold_ = false;
+    lossSeen_ = lossTold_ = false;
 }
 
 bool StackSampler::handlerLost(std::string& text) {
     const Call call(*this);
-    if (lossTold_ || SampleSignal::number() == 0 || SampleSignal::stillOurs()) return false;
+    if (lossTold_ || SampleSignal::number() == 0) return false;
+    if (!lossSeen_ && SampleSignal::stillOurs()) return false;
     lossTold_ = true;
     text = "another handler was installed for signal " + std::to_string(SampleSignal::number()) +
            ", which the sampler uses: samples may be missing";
@@ -110,6 +111,12 @@ jlong StackSampler::currentThreadCpuTime() { return ownCpuNs(); }
 void StackSampler::beginCycle() {
     cycle_++;
     add(counters_.cycles);
+    // Under somebody else's handler nobody would answer, and where that is the default action the
+    // signal would end the process. He may put ours back.
+    if (installed_) {
+        signalReady_ = SampleSignal::stillOurs();
+        lossSeen_ = lossSeen_ || !signalReady_;
+    }
     cycleStartNs_ = monotonicNs();
     if (clock_.tick(cycleStartNs_)) return;
     run_++;

@@ -154,6 +154,7 @@ private:
     std::int64_t stoppedAtNs_ = 0;
     bool installed_ = false;
     bool signalReady_ = false; // signals are answered, as far as we know
+    bool lossSeen_ = false;    // in some cycle another handler was in the place of ours
     bool lossTold_ = false;
 
     // Guarded by the thread-list lock.

@@ -17,17 +17,36 @@ TEST_F(StackSamplerTest, AForeignHandlerOnOurSignalIsNoticedOnce) {
                         std::to_string(SampleSignal::number()) +
                         ", which the sampler uses: samples may be missing");
     EXPECT_FALSE(sampler.handlerLost(text));
-    Worker& worker = add(spin); // no answer will come: after one time-out nobody is asked any more
-    for (int i = 0; i < 3000 && sampler.counters().timeouts == 0; i++) {
+    // Nobody is asked: to a disposition that is the default one the signal would be deadly.
+    signal(SampleSignal::number(), SIG_DFL);
+    Worker& worker = add(spin);
+    for (int i = 0; i < 50; i++) {
         cycle();
         sleepMs(2);
     }
-    EXPECT_EQ(sampler.counters().timeouts, 1u);
-    const std::uint64_t signals = sampler.counters().signals;
-    for (int i = 0; i < 20; i++) cycle();
-    EXPECT_EQ(sampler.counters().signals, signals);
+    EXPECT_EQ(sampler.counters().signals, 0u);
+    EXPECT_EQ(sampler.counters().timeouts, 0u);
     expectProgress(worker);
     sigaction(SampleSignal::number(), &ours, nullptr);
+    for (int i = 0; i < 3000 && sampler.counters().samples == 0; i++) {
+        cycle();
+        sleepMs(2);
+    }
+    EXPECT_GT(sampler.counters().samples, 0u);
+    expectProgress(worker);
+}
+
+TEST_F(StackSamplerTest, AForeignHandlerThatHasLeftAgainIsToldAllTheSame) {
+    std::string text;
+    add(spin);
+    cycle();
+    struct sigaction ours {};
+    sigaction(SampleSignal::number(), nullptr, &ours);
+    signal(SampleSignal::number(), SIG_IGN);
+    for (int i = 0; i < 3; i++) cycle();
+    sigaction(SampleSignal::number(), &ours, nullptr);
+    EXPECT_TRUE(sampler.handlerLost(text));
+    EXPECT_FALSE(sampler.handlerLost(text));
 }
 
 // Frees the signals that earlier tests of the same process have left ignored.
