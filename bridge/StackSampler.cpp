@@ -122,6 +122,7 @@ void StackSampler::beginCycle() {
     run_++;
     runStartNs_ = cycleStartNs_;
     orphanCpuNs_ = 0;
+    orphansInherited_ = orphansLeft_;
 }
 
 void StackSampler::noteStatus(SamplerAccount& account) {
@@ -156,10 +157,13 @@ std::int64_t StackSampler::look(ThreadRecord& record) {
         account.trace = KeptTrace::kNone;
         account.skipUntil = account.muteUntil = 0;
         if (isNew) {
-            const auto most = static_cast<std::int64_t>(clock_.meanNs());
+            // One sample to be asked for, and one that has its trace already.
+            const double samples = orphansInherited_ == orphansLeft_ ? 1 : 2;
+            const auto most = static_cast<std::int64_t>(samples * clock_.meanNs());
             const std::int64_t grant = std::clamp(orphanCpuNs_, -most, most);
             orphanCpuNs_ -= grant;
             account.credit.earn(grant, clock_.meanNs());
+            inherit(record);
         } else {
             account.credit.reset(static_cast<std::uint32_t>(cycleStartNs_ / 64) ^
                                  static_cast<std::uint32_t>(record.tid.load()));
@@ -281,6 +285,7 @@ void StackSampler::recordEnds(void* self, ThreadRecord& record) {
     auto& sampler = *static_cast<StackSampler*>(self);
     SamplerAccount& account = record.account;
     if (account.listed) sampler.unlist(record);
+    sampler.bequeath(record);
     sampler.forgetDeferred(record);
     account.deferredNs = 0;
     record.suspended.store(false, std::memory_order_relaxed);

@@ -26,8 +26,8 @@
 // (for a monitor or a condition) is never suspended by the profiler; when a sample of its work is
 // due, GetThreadStatus reports it runnable for this one cycle.
 //
-// A thread that ends leaves what is not sampled to the next new thread, so that a program of short
-// threads is charged in full.
+// A thread that ends leaves what is not sampled to the next new thread, with the trace if it had
+// left one, so that a program of short threads is charged in full and for what they do.
 //
 // A cycle begins when the thread that suspends asks a status that it has asked in this cycle
 // before: cycles without any runnable thread count as well.
@@ -135,6 +135,8 @@ private:
     void defer(ThreadRecord& record);
     void takeDeferred(ThreadRecord& record);
     void forgetDeferred(ThreadRecord& record);
+    void bequeath(ThreadRecord& record);
+    void inherit(ThreadRecord& record);
     void askAgain(ThreadRecord& record);
     void becomeCaller();
     void unlist(ThreadRecord& record);
@@ -166,7 +168,16 @@ private:
     std::int64_t runStartNs_ = 0;
     std::int64_t cycleStartNs_ = 0;
     std::int64_t orphanCpuNs_ = 0; // CPU time that ended threads have left unsampled
-    pthread_t caller_{};           // who suspends threads: the profiler's sampler
+    // What they ran then, as far as it is known; beyond so many the oldest is forgotten.
+    struct OrphanTrace {
+        jint frameCount;
+        jmethodID methods[kSampleDepth];
+    };
+    static constexpr std::uint32_t kMostOrphans = 8;
+    OrphanTrace orphanTraces_[kMostOrphans];
+    std::uint32_t orphansLeft_ = 0;      // ever; the next goes to this one, modulo
+    std::uint32_t orphansInherited_ = 0; // ever
+    pthread_t caller_{};                 // who suspends threads: the profiler's sampler
     bool callerKnown_ = false;
 };
 

@@ -140,6 +140,35 @@ void StackSampler::forgetDeferred(ThreadRecord& record) {
     }
 }
 
+// The thread ends, and no cycle has come since it left a trace.
+void StackSampler::bequeath(ThreadRecord& record) {
+    SamplerAccount& account = record.account;
+    if (account.deferredNs == 0 || !SampleSignal::takeLeft(record.slot)) return;
+    account.deferredNs = 0;
+    add(counters_.leftTraces);
+    const jint frames = std::min(record.slot.frameCount, kSampleDepth);
+    if (frames <= 0 || !account.deferredRunning || account.run != run_ || !account.credit.due())
+        return;
+    OrphanTrace& left = orphanTraces_[orphansLeft_++ % kMostOrphans];
+    left.frameCount = frames;
+    for (jint i = 0; i < frames; i++) left.methods[i] = record.slot.frames[i].method_id;
+    if (orphansLeft_ - orphansInherited_ > kMostOrphans) orphansInherited_++;
+}
+
+// A new thread that owes a sample of an ended one gives it with that one's trace.
+void StackSampler::inherit(ThreadRecord& record) {
+    SamplerAccount& account = record.account;
+    if (orphansInherited_ == orphansLeft_ || !account.credit.due() || account.deferredNs != 0 ||
+        !record.slot.idle()) {
+        return;
+    }
+    const OrphanTrace& left = orphanTraces_[orphansInherited_++ % kMostOrphans];
+    record.slot.frameCount = left.frameCount;
+    for (jint i = 0; i < left.frameCount; i++) record.slot.frames[i].method_id = left.methods[i];
+    account.trace = KeptTrace::kFresh;
+    account.wasLate = account.deferredRunning = true;
+}
+
 // A thread that was late and owes another sample is asked for it right away, or one that never has
 // a processor when it is looked at could be sampled in every second cycle only.
 void StackSampler::askAgain(ThreadRecord& record) {

@@ -16,6 +16,7 @@
 #include "runtime/PRBJavaThread.h"
 #include "runtime/PRBMethodFrequency.h"
 #include "runtime/PRBMonitorContentionEvent.h"
+#include "runtime/PRBReclaimer.h"
 
 #include <exception>
 
@@ -133,6 +134,7 @@ jbyteArray PRBDataReturn::sendBackData(JNIEnv* env, int extra, jobject request) 
         answer = nullptr; // no memory for it; the next pass has another chance
     }
     if ((collector_.getCollectionType() & PRBCollect::kThreads) != 0) monitor->purgeEndedThreads();
+    PRBReclaimer::reclaim(); // methods of unloaded classes, where no sampler runs that would
     return answer;
 }
 

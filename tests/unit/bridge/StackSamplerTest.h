@@ -182,6 +182,24 @@ protected:
                                [&](const Sample& sample) { return sample.env == worker.env(); });
         });
     }
+    // Suspends a thread and takes its trace until it has been stopped for it: one without a
+    // processor may have left its trace before. Answers the trace's first method.
+    jmethodID stopped(Worker& worker) {
+        for (int i = 0; i < 3000; i++) {
+            sampler.suspend(worker.env());
+            JVMPI_CallFrame frames[50];
+            JVMPI_CallTrace trace{worker.env(), 0, frames};
+            sampler.callTrace(&trace, 50);
+            if (trace.num_frames == 1 &&
+                vm.threads.find(worker.env())->slot.state == SampleSlot::kStopped) {
+                EXPECT_EQ(frames[0].lineno, -1);
+                return frames[0].method_id;
+            }
+            sampler.resume(worker.env());
+            sleepMs(1);
+        }
+        return nullptr;
+    }
     static void expectProgress(Worker& worker) {
         const std::uint64_t steps = worker.steps;
         for (int i = 0; i < 5000 && worker.steps == steps; i++) sleepMs(1);

@@ -10,7 +10,7 @@ TEST_F(StackSamplerTest, FailedWalksAreCountedByTheirCode) {
     Worker& worker = add(spin);
     worker.java.walkResult = -2; // a collection is running
     ASSERT_TRUE(
-        cyclesUntil([&](const std::vector<Sample>&) { return sampler.counters().errors[2] == 3; }));
+        cyclesUntil([&](const std::vector<Sample>&) { return sampler.counters().errors[2] >= 3; }));
     EXPECT_EQ(sampler.counters().samples, 0u);
     EXPECT_EQ(sampler.counters().traces, 0u);
     worker.java.walkResult = 1;

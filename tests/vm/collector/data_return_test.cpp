@@ -1,6 +1,7 @@
 // Polls: what is gathered, in which order, under which conditions, and how it is framed.
 #include "collector/PRBSampleList.h"
 #include "data/PRBMethodUsageSample.h"
+#include "runtime/PRBReclaimer.h"
 #include "tests/vm/collector/DataReturnTest.h"
 
 using ::testing::Contains;
@@ -348,6 +349,16 @@ TEST_F(DataReturn, endedThreadsArePurgedByTheCollectorsOwnTypeOnly) {
     auto& other = scripted::makeRequest(vm, 0, 0);
     poll(&other);
     EXPECT_EQ(all.entries(), before);
+}
+
+TEST_F(DataReturn, everyPassDeletesTheMethodsOfUnloadedClasses) {
+    ASSERT_NE(init(), 0);
+    start(PRBCollect::kHeap); // neither a sampler nor a purge of threads does it
+    vm.send.classLoad(vm.mainThread(), order);
+    vm.send.classUnload(vm.mainThread(), order.id());
+    EXPECT_GE(PRBReclaimer::pending(), 2u);
+    for (int i = 0; i < 3; ++i) poll();
+    EXPECT_EQ(PRBReclaimer::pending(), 0u);
 }
 
 // ---- log ----
