@@ -81,7 +81,7 @@ void ClassReader::readFields(jclass mirror) {
         jint modifiers = 0;
         if (jvmti_->GetFieldName(mirror, fields[i], &name, &signature, nullptr) !=
             JVMTI_ERROR_NONE) {
-            description_.fields += kPrimitive; // keeps its place among the others
+            description_.fields.push_back(kPrimitive); // keeps its place among the others
             continue;
         }
         const JVMPI_Field field{keep(name), keep(signature)};
@@ -90,8 +90,8 @@ void ClassReader::readFields(jclass mirror) {
             (modifiers & kAccStatic);
         (isStatic ? description_.statics : description_.instances).push_back(field);
         const bool isReference = signature[0] == 'L' || signature[0] == '[';
-        description_.fields += isStatic ? (isReference ? kStaticReference : kStaticPrimitive)
-                                        : (isReference ? kReference : kPrimitive);
+        description_.fields.push_back(isStatic ? (isReference ? kStaticReference : kStaticPrimitive)
+                                               : (isReference ? kReference : kPrimitive));
     }
 }
 

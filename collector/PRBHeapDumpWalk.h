@@ -56,8 +56,7 @@ private:
 
     static jobjectID toId(std::uint32_t id) {
         // Never followed.
-        return reinterpret_cast<jobjectID>( // NOLINT(performance-no-int-to-ptr)
-            static_cast<std::uintptr_t>(id));
+        return reinterpret_cast<jobjectID>(static_cast<std::uintptr_t>(id));
     }
     static std::uint32_t hashOf(std::uint32_t id) {
         return PRBJavaObjectAllocated::hashOf(toId(id));

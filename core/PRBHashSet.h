@@ -109,9 +109,7 @@ private:
         return (hash ^ (hash >> firstFold_) ^ (hash >> secondFold_)) & (capacity_ - 1);
     }
     // Never dereferenced.
-    static PRBCollectable* tombstone() {
-        return reinterpret_cast<PRBCollectable*>(kTombstone); // NOLINT(performance-no-int-to-ptr)
-    }
+    static PRBCollectable* tombstone() { return reinterpret_cast<PRBCollectable*>(kTombstone); }
     static constexpr std::uintptr_t kTombstone = 1;
 
     template <typename Matches> Cell* locateWith(std::uint32_t hash, const Matches& matches) const {

@@ -128,7 +128,7 @@ PRBJavaThread* PRBThreadRegistry::resolveHandle(JNIEnv* env, jlong handle) {
     const auto word = static_cast<std::uintptr_t>(static_cast<std::intptr_t>(handle));
     if (word == self()) return PRBLookup::getThreadClass(env);
     // Followed only once it is known to be a thread's.
-    auto* address = reinterpret_cast<PRBJavaThread*>(word); // NOLINT(performance-no-int-to-ptr)
+    auto* address = reinterpret_cast<PRBJavaThread*>(word);
     if (PRBThreadSnapshot::Reader().contains(address)) return address;
     PRBMonitorHashTable* all = PRBContext::getThreadTable();
     if (all == nullptr) return nullptr;
