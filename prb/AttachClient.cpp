@@ -188,7 +188,7 @@ std::string AttachClient::connect(int& socket, bool& stale) const {
     if (made < 0) return system("cannot make a socket");
     if (::connect(made, reinterpret_cast<sockaddr*>(&address), sizeof address) != 0) {
         stale = errno == ECONNREFUSED;
-        const std::string problem =
+        std::string problem =
             system("cannot reach process " + std::to_string(target_.pid) + " at " + path);
         close(made);
         return problem;
@@ -202,7 +202,7 @@ std::string AttachClient::exchange(int socket, const std::string& request, int s
     for (std::size_t sent = 0; sent < request.size();) {
         const ssize_t n = send(socket, request.data() + sent, request.size() - sent, MSG_NOSIGNAL);
         if (n < 0 && errno == EINTR) continue;
-        if (n < 0) return system("cannot write to process " + std::to_string(target_.pid));
+        if (n < 0) return broken("cannot write to process ");
         sent += static_cast<std::size_t>(n);
     }
     const auto end = Clock::now() + std::chrono::seconds(seconds);
@@ -217,10 +217,21 @@ std::string AttachClient::exchange(int socket, const std::string& request, int s
         char buffer[4096];
         const ssize_t n = read(socket, buffer, sizeof buffer);
         if (n < 0 && errno == EINTR) continue;
-        if (n < 0) return system("cannot read from process " + std::to_string(target_.pid));
+        if (n < 0) return broken("cannot read from process ");
         if (n == 0) return {};
         answer.append(buffer, static_cast<std::size_t>(n));
     }
+}
+
+// A VM hangs up on users whom it does not know: those outside its user name space, root too.
+std::string AttachClient::broken(const std::string& what) const {
+    const std::string number = std::to_string(target_.pid);
+    if ((errno == ECONNRESET || errno == EPIPE) && geteuid() != target_.uid) {
+        return "process " + number + " listens to its own user only; run prb as user " +
+               std::to_string(target_.uid) + " and group " + std::to_string(target_.gid) +
+               ", or inside its container";
+    }
+    return system(what + number);
 }
 
 // The answer's first line is a number, 0 for success; then comes text.

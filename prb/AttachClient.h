@@ -34,6 +34,7 @@ private:
     std::string invite(int seconds);
     std::string connect(int& socket, bool& stale) const;
     std::string exchange(int socket, const std::string& request, int seconds, std::string& answer);
+    std::string broken(const std::string& what) const;
     std::string judge(const std::string& answer, const std::string& library) const;
 
     const Target& target_;

@@ -6,6 +6,7 @@
 #include <chrono>
 #include <csignal>
 #include <cstring>
+#include <fcntl.h>
 #include <filesystem>
 #include <poll.h>
 #include <sys/signalfd.h>
@@ -112,6 +113,30 @@ void announce(const Target& target, const std::string& capture, double seconds) 
     }
 }
 
+// The capture of a process, for whoever reads it at the end. The files of a container cannot be
+// reached any more when its last process has ended, but one that is open can.
+class HeldCapture {
+public:
+    HeldCapture(const Target& target, const std::string& capture)
+        : path_(target.root + capture),
+          file_(target.contained ? open(path_.c_str(), O_RDONLY | O_CLOEXEC) : -1) {}
+    ~HeldCapture() {
+        if (file_ >= 0) close(file_);
+    }
+    HeldCapture(const HeldCapture&) = delete;
+    HeldCapture& operator=(const HeldCapture&) = delete;
+
+    const std::string& path() const { return path_; }
+    std::string pathNow() const {
+        const bool gone = file_ >= 0 && access(path_.c_str(), R_OK) != 0;
+        return gone ? "/proc/self/fd/" + std::to_string(file_) : path_;
+    }
+
+private:
+    const std::string path_;
+    const int file_;
+};
+
 // Asks for the end. False: the JVM could not be reached.
 bool leave(const Target& target, const std::string& bridge) {
     const Asked asked = askBridge(target, bridge, "detach=yes", kPatienceSeconds);
@@ -164,10 +189,11 @@ int attachCommand(int pid, const RunOptions& options, double seconds, const Repo
         complain(problem);
         code = kFailed;
     } else {
-        announce(target, answer.capture, seconds);
+        const HeldCapture capture(target, answer.capture);
+        announce(target, capture.path(), seconds);
         if (signals.wait(pid, seconds) && !leave(target, bridge)) code = kFailed;
         if (code == kOk && !(options.quiet && reportFile.empty())) {
-            code = reportCommand(target.root + answer.capture, report, out, stderr);
+            code = reportCommand(capture.pathNow(), report, out, stderr);
         }
     }
     if (out != stderr) std::fclose(out);

@@ -14,6 +14,7 @@ namespace prb {
 namespace {
 
 constexpr const char* kSaidPrefix = "prbprof: ";
+constexpr std::size_t kAnswerBytes = 4096; // longer than answers are
 
 // The file for the answer, where the process can write it; removed at the end.
 class AnswerFile {
@@ -33,6 +34,10 @@ public:
             problem_ = "cannot give " + outer_ + " to the user of process " +
                        std::to_string(target.pid) + ": " + strerrordesc_np(errno);
         }
+        if (problem_.empty() && !hasRoom(file)) {
+            problem_ =
+                std::string("cannot write into ") + target.root + "/tmp: " + strerrordesc_np(errno);
+        }
         close(file);
     }
     ~AnswerFile() {
@@ -51,6 +56,13 @@ public:
     }
 
 private:
+    // Asked before anything is begun: a collection whose beginning nobody learns of would stay.
+    static bool hasRoom(int file) {
+        const std::string page(kAnswerBytes, '\n');
+        return write(file, page.data(), page.size()) == static_cast<ssize_t>(page.size()) &&
+               ftruncate(file, 0) == 0;
+    }
+
     std::string inner_, outer_, problem_;
 };
 

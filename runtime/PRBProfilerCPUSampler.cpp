@@ -101,6 +101,8 @@ bool PRBProfilerCPUSampler::waitForActivation() {
                 inactive.store(1, std::memory_order_release);
             }
         }
+        // Or a zombie would be left for the length of the wait, which counts as a process.
+        child.reapEnding();
         // A post that came since then ends the wait at once.
         stopRequestMonitor.wait(kIdleWaitMs);
         child.reap();

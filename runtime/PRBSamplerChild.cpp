@@ -8,6 +8,8 @@
 #include <cstdint>
 #include <ctime>
 #include <fcntl.h>
+#include <iterator>
+#include <poll.h>
 #include <sys/syscall.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -187,6 +189,19 @@ void PRBSamplerChild::forget() {
 void PRBSamplerChild::reap() {
     for (pid_t& former : former_)
         if (former != 0 && waitpid(former, nullptr, WNOHANG) != 0) former = 0;
+}
+
+bool PRBSamplerChild::hasFormer() const {
+    return std::any_of(std::begin(former_), std::end(former_), [](pid_t p) { return p != 0; });
+}
+
+void PRBSamplerChild::reapEnding() {
+    constexpr int kTries = 100;
+    reap();
+    for (int i = 0; i < kTries && hasFormer(); ++i) {
+        poll(nullptr, 0, 1);
+        reap();
+    }
 }
 
 FILE* PRBSamplerChild::openLogFile(pid_t pid) {

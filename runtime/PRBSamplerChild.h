@@ -28,6 +28,8 @@ public:
     void stop();        // tells the child to end and closes the pipes; does not wait for it
     // Collects the exit statuses of former children, if they have ended; only theirs.
     void reap();
+    // The same once they end, which those who were told to do at once: waits up to 100 ms.
+    void reapEnding();
 
     pid_t getPid() const { return pid_.load(std::memory_order_relaxed); } // 0 without a child
     int getReadFd() const { return readFd_; }                             // -1 without a child
@@ -43,6 +45,8 @@ private:
     [[noreturn]] static void becomeChild(int readFd, int writeFd);
     bool ask(int ms);
     void forget();
+
+    bool hasFormer() const;
 
     static constexpr int kFormer = 8; // children that may not have been reaped yet
     int readFd_ = -1;

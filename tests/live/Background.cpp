@@ -5,8 +5,12 @@
 #include <cerrno>
 #include <csignal>
 #include <fcntl.h>
+#include <filesystem>
+#include <sstream>
 #include <sys/wait.h>
 #include <unistd.h>
+
+namespace fs = std::filesystem;
 
 namespace live {
 
@@ -46,6 +50,30 @@ int Background::wait() {
     }
     ended_ = true;
     return WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
+}
+
+std::vector<int> childrenOf(int pid) {
+    std::vector<int> all;
+    std::error_code gone;
+    for (const auto& task :
+         fs::directory_iterator("/proc/" + std::to_string(pid) + "/task", gone)) {
+        std::istringstream in(slurp(task.path().string() + "/children"));
+        for (int child = 0; in >> child;) {
+            const std::string state = slurp("/proc/" + std::to_string(child) + "/stat");
+            const std::size_t name = state.rfind(") ");
+            if (name != std::string::npos && state[name + 2] != 'Z') all.push_back(child);
+        }
+    }
+    return all;
+}
+
+bool hasThread(int pid, const std::string& name) {
+    std::error_code gone;
+    for (const auto& task :
+         fs::directory_iterator("/proc/" + std::to_string(pid) + "/task", gone)) {
+        if (slurp(task.path().string() + "/comm") == name + "\n") return true;
+    }
+    return false;
 }
 
 } // namespace live

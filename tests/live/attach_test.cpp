@@ -28,43 +28,9 @@ std::string lineWith(const std::string& text, const std::string& word) {
     return {};
 }
 
-// The children of a process, whichever of its threads has them.
-std::vector<int> childrenOf(int pid) {
-    std::vector<int> all;
-    std::error_code gone;
-    for (const auto& task :
-         fs::directory_iterator("/proc/" + std::to_string(pid) + "/task", gone)) {
-        std::istringstream in(slurp(task.path().string() + "/children"));
-        for (int child = 0; in >> child;) {
-            const std::string state = slurp("/proc/" + std::to_string(child) + "/stat");
-            const std::size_t name = state.rfind(") ");
-            if (name != std::string::npos && state[name + 2] != 'Z') all.push_back(child);
-        }
-    }
-    return all;
-}
-
-bool hasThread(int pid, const std::string& name) {
-    std::error_code gone;
-    for (const auto& task :
-         fs::directory_iterator("/proc/" + std::to_string(pid) + "/task", gone)) {
-        if (slurp(task.path().string() + "/comm") == name + "\n") return true;
-    }
-    return false;
-}
-
 unsigned long long signalsIn(int pid, const std::string& key) {
     const std::string line = lineWith(slurp("/proc/" + std::to_string(pid) + "/status"), key);
     return std::strtoull(line.c_str() + std::min(line.size(), key.size() + 1), nullptr, 16);
-}
-
-// Waits for something that happens within seconds; says whether it did.
-template <class Condition> bool soon(Condition condition, int seconds = 20) {
-    for (int i = 0; i < seconds * 50; i++) {
-        if (condition()) return true;
-        std::this_thread::sleep_for(std::chrono::milliseconds(20));
-    }
-    return condition();
 }
 
 class Attach : public PerJdk {

@@ -49,8 +49,8 @@ TEST_P(Signals, OneThatAnotherAgentHandlesAlreadyIsLeftToIt) {
     EXPECT_THAT(result.out, HasSubstr("neighbour own 10 others 0\n"));
     const json made = report();
     EXPECT_EQ(json::array(), made["run"]["warnings"]);
-    EXPECT_GT(made["run"]["busy_samples"], 10);
-    EXPECT_GT(shareOfTheWork(made), 40);
+    EXPECT_GT(made["run"]["busy_samples"], 2);
+    EXPECT_GT(shareOfTheWork(made), 30);
     EXPECT_THAT(run({prb(), "decode", "s.prb"}).out,
                 HasSubstr("signal=" + std::to_string(SIGRTMIN + 8)));
 }
@@ -71,12 +71,12 @@ TEST_P(Signals, AHandlerThatReplacesOursEndsTheSamplesAndIsReported) {
     const json made = report();
     EXPECT_EQ(true, made["run"]["complete"]);
     EXPECT_EQ(lossOf(SIGRTMIN + 6), made["run"]["warnings"]);
-    EXPECT_GT(made["run"]["busy_samples"], 5); // those before
+    EXPECT_GT(made["run"]["busy_samples"], 2); // those before
 }
 
 // The signals that nobody handles any more would end the JVM: none are sent.
 TEST_P(Signals, AHandlerThatIsTakenAwayEndsTheSamplesAndNotTheProgram) {
-    const prb::Captured result = beside("default", 2);
+    const prb::Captured result = beside("default", 3);
     expectItsOwnEnd(result);
     EXPECT_EQ("", result.err);
     EXPECT_EQ(lossOf(SIGRTMIN + 6), report()["run"]["warnings"]);
@@ -88,8 +88,8 @@ TEST_P(Signals, AHandlerThatComesBackSamplesAgain) {
     EXPECT_EQ("", result.err);
     const json made = report();
     EXPECT_EQ(lossOf(SIGRTMIN + 6), made["run"]["warnings"]);
-    EXPECT_GT(made["run"]["busy_samples"], 10); // the handler was taken at the start
-    EXPECT_GT(shareOfTheWork(made), 40);
+    EXPECT_GT(made["run"]["busy_samples"], 2); // the handler was taken at the start
+    EXPECT_GT(shareOfTheWork(made), 30);
 }
 
 TEST_P(Signals, OfTheProgramReachItsHandlersUnderSampling) {
@@ -114,8 +114,8 @@ TEST_P(Signals, OfTheProgramReachItsHandlersUnderSampling) {
     EXPECT_EQ(true, p.report["run"]["complete"]);
     EXPECT_EQ(json::array(), p.report["run"]["warnings"]);
     EXPECT_EQ(json::array(), p.report["run"]["errors"]);
-    EXPECT_GT(p.report["run"]["busy_samples"], 20);
-    EXPECT_GT(shareOfTheWork(p.report), 40);
+    EXPECT_GT(p.report["run"]["busy_samples"], 10);
+    EXPECT_GT(shareOfTheWork(p.report), 30);
 }
 
 PRB_FOR_EVERY_JDK(Signals);

@@ -66,7 +66,12 @@ void interfere(const std::string& how) {
     struct sigaction former {};
     sigaction(signal, nullptr, &former);
     if (how == "default") {
+        // Signals that are under way would be deadly; those that come while they are ignored are
+        // not.
         struct sigaction action {};
+        action.sa_handler = SIG_IGN;
+        sigaction(signal, &action, nullptr);
+        std::this_thread::sleep_for(kPause);
         action.sa_handler = SIG_DFL;
         sigaction(signal, &action, nullptr);
         return;

@@ -143,6 +143,15 @@ TEST_F(SamplerChild, noZombieIsLeftAfterTenActivations) {
     for (pid_t former : children) EXPECT_EQ(stateOf(former), '\0');
 }
 
+TEST_F(SamplerChild, aChildThatEndsIsReapedWithoutAnyoneWaitingForItsEnd) {
+    start();
+    child.reapEnding(); // it is not told to end, and not waited for
+    EXPECT_NE(stateOf(pid), '\0');
+    child.stop();
+    child.reapEnding();
+    EXPECT_EQ(stateOf(pid), '\0');
+}
+
 TEST_F(SamplerChild, reapsNoChildOfTheHost) {
     const pid_t other = fork();
     if (other == 0) _exit(7);
