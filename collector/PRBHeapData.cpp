@@ -9,6 +9,7 @@
 #include "core/PRBObjectRecords.h"
 #include "data/PRBHeapSample.h"
 #include "runtime/PRBJavaClass.h"
+#include "runtime/PRBReclaimer.h"
 
 #include <vector>
 
@@ -25,7 +26,7 @@ void logRequest(jint answer) {
                                                   : "Unknown Error");
 }
 
-// The classes as they are loaded now; their records are never deleted.
+// The classes as they are loaded now. REQUIRES: a PRBReclaimer::Reader while they are used.
 std::vector<PRBJavaClass*> loadedClasses() {
     std::vector<PRBJavaClass*> classes;
     PRBMonitorHashTable* table = PRBContext::getClassTable();
@@ -59,13 +60,14 @@ PRBReturnCode PRBHeapData::saveClasses(long long processId, PRBSampleList& list)
     PRBMonitorHashTable* objects = PRBContext::getObjectTable();
     if (objects == nullptr) return {};
     const bool tracking = (PRBContext::getDataBeingCollected() & PRBCollect::kHeapAllocation) != 0;
+    PRBReclaimer::Reader hold;
     for (PRBJavaClass* cls : loadedClasses()) {
         if (cls->shouldBeMonitored() != PRBMonitored::kMonitor) continue;
         PRBHeapSample sample;
         sample.saveStringData(10, cls->getClassName());
         sample.saveNumericData(4, processId);
         // Nothing may be counted between the reading and the reset.
-        PRBTableLock hold(*objects);
+        PRBTableLock lock(*objects);
         sample.saveNumericData(340, cls->getNumObjects());
         sample.saveNumericData(309, cls->getNumBytes());
         if (tracking) {
@@ -74,7 +76,7 @@ PRBReturnCode PRBHeapData::saveClasses(long long processId, PRBSampleList& list)
             sample.saveNumericData(342, cls->getNumMove());
         }
         cls->resetStats();
-        hold.release();
+        lock.release();
         list.save(sample);
     }
     return {};

@@ -23,8 +23,14 @@ template <typename Record, typename Id> Record* peek(PRBMonitorHashTable* table,
     return static_cast<Record*>(table->find(&probe));
 }
 
+// Whoever is given a class may keep it. REQUIRES: the registry held.
+PRBJavaClass* lent(PRBJavaClass* cls) {
+    if (cls != nullptr) cls->lend();
+    return cls;
+}
+
 PRBJavaClass* peekClass(jobjectID id) {
-    return peek<PRBJavaClass>(PRBContext::getClassTable(), id);
+    return lent(peek<PRBJavaClass>(PRBContext::getClassTable(), id));
 }
 
 PRBJavaObjectAllocated* peekObject(jobjectID id) {
@@ -43,7 +49,7 @@ bool peekClassOfObject(jobjectID id, PRBJavaClass** cls) {
 PRBJavaClass* peekClassOfMethod(jmethodID id) {
     Locks locks(Locks::kClass | Locks::kMethod);
     PRBJavaMethod* method = peek<PRBJavaMethod>(PRBContext::getMethodTable(), id);
-    return method == nullptr ? nullptr : const_cast<PRBJavaClass*>(method->peekClass());
+    return method == nullptr ? nullptr : lent(const_cast<PRBJavaClass*>(method->peekClass()));
 }
 
 bool requested(const char* operation, const char* event, jint type, void* argument) {

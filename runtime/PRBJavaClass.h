@@ -10,9 +10,10 @@
 
 class PRBJavaMethod;
 
-// Built by the class-load handler, kept in "_ClassTable" by class id. Pointers to it are cached
-// in many places, so a record of the registry is never deleted: an unloaded class is marked
-// dead (see PRBUnloadedRecords). Statistics are updated by any thread without a lock.
+// Built by the class-load handler, kept in "_ClassTable" by class id. Who keeps a pointer to it
+// beyond the registry's lock and a PRBReclaimer::Reader lends it first: such a record is never
+// deleted, an unloaded class is marked dead (see PRBUnloadedRecords). Statistics are updated by
+// any thread without a lock.
 class PRBJavaClass : public PRBJavaObject {
 public:
     // The type of a field, from the first character of its signature.
@@ -107,6 +108,12 @@ public:
     void markDead();
     bool isDead() const { return dead.load(std::memory_order_acquire); }
 
+    // For who keeps the pointer. REQUIRES: the registry held, or a reader since it was found.
+    void lend() const {
+        if (!lent.load(std::memory_order_relaxed)) lent.store(true, std::memory_order_release);
+    }
+    bool wasLent() const { return lent.load(std::memory_order_acquire); }
+
     // The class's methods, for its unload. REQUIRES: the method registry held.
     void addMethod(PRBJavaMethod* method);
     PRBJavaMethod* firstMethod() const { return methods; }
@@ -134,6 +141,7 @@ private:
     std::atomic<long long> moves{0};
     long long dumpObjects = 0, dumpBytes = 0; // of the walk in progress
     std::atomic<bool> dead{false};
+    mutable std::atomic<bool> lent{false};
     PRBJavaMethod* methods = nullptr;
 };
 

@@ -8,6 +8,16 @@
 
 #include <string>
 
+namespace {
+
+// A copy is in no registry and outlives its class.
+const PRBJavaClass* lent(const PRBJavaClass* cls) {
+    if (cls != nullptr) cls->lend();
+    return cls;
+}
+
+} // namespace
+
 PRBJavaMethod::PRBJavaMethod(const char* name, const char* signature, const PRBJavaClass* ofClass,
                              jmethodID id)
     : methodName(name), methodSignature(signature), cls(ofClass), methodId(id) {}
@@ -16,7 +26,7 @@ PRBJavaMethod::PRBJavaMethod(const PRBJavaMethod& other)
     : PRBJavaObject(other),
       methodName(other.methodName),
       methodSignature(other.methodSignature),
-      cls(other.peekClass()),
+      cls(lent(other.peekClass())),
       methodId(other.methodId) {}
 
 PRBJavaMethod& PRBJavaMethod::operator=(const PRBJavaMethod& other) {
@@ -24,7 +34,7 @@ PRBJavaMethod& PRBJavaMethod::operator=(const PRBJavaMethod& other) {
     PRBJavaObject::operator=(other);
     methodName = other.methodName;
     methodSignature = other.methodSignature;
-    setClass(other.peekClass());
+    setClass(lent(other.peekClass()));
     methodId = other.methodId;
     return *this;
 }

@@ -30,7 +30,9 @@ void PRBJavaObjectAllocated::operator delete(void* p, std::size_t size) noexcept
 
 PRBJavaObjectAllocated::PRBJavaObjectAllocated(const PRBArena* inArena, PRBJavaClass* ofClass,
                                                int array, int bytes, jobjectID id, JNIEnv* env)
-    : arena(inArena), cls(ofClass), isArray(array), size(bytes), objectId(id), thread(env) {}
+    : arena(inArena), cls(ofClass), isArray(array), size(bytes), objectId(id), thread(env) {
+    if (cls != nullptr) cls->lend();
+}
 
 bool PRBJavaObjectAllocated::isEqual(const PRBCollectable* other) const {
     return other != nullptr && other->isA() == isA() &&
@@ -51,6 +53,7 @@ void PRBJavaObjectAllocated::update(const PRBArena* a, PRBJavaClass* c, int arra
                                     JNIEnv* env) {
     arena = a;
     cls = c;
+    if (cls != nullptr) cls->lend();
     isArray = array;
     size = bytes;
     thread = env;

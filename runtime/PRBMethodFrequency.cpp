@@ -102,6 +102,7 @@ bool PRBJavaThread::MethodFrequency::fillNames() {
     const PRBJavaClass* known = cls.load(kRelaxed);
     if (known == nullptr) {
         known = found->peekClass();
+        if (known != nullptr) known->lend();
         cls.store(known, std::memory_order_release);
     }
     if (known == nullptr) {

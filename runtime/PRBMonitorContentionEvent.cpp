@@ -98,6 +98,7 @@ int PRBJavaThread::MonitorContentionEvent::createSample(PRBContentionSample& sam
         known = methodClass.load(std::memory_order_acquire);
         if (known == nullptr) {
             known = method->peekClass();
+            if (known != nullptr) known->lend();
             methodClass.store(known, std::memory_order_release);
         }
         if (known == nullptr ||

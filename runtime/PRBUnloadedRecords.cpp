@@ -19,11 +19,7 @@ struct DeadClass : public PRBMemoryManager {
 std::atomic<DeadClass*> dead{nullptr};
 std::atomic<std::size_t> deadCount{0};
 
-} // namespace
-
-void retireClass(PRBJavaClass* cls) {
-    if (cls == nullptr) return;
-    cls->markDead();
+void keep(PRBJavaClass* cls) {
     auto* node = new DeadClass;
     if (node == nullptr) return;
     node->cls = cls;
@@ -32,6 +28,26 @@ void retireClass(PRBJavaClass* cls) {
                                        std::memory_order_relaxed)) {
     }
     deadCount.fetch_add(1, std::memory_order_relaxed);
+}
+
+// Nobody reads any more who may have found the class; one of them may have lent it meanwhile.
+void destroyUnlessLent(void* record) {
+    auto* cls = static_cast<PRBJavaClass*>(record);
+    if (cls->wasLent())
+        keep(cls);
+    else
+        delete cls;
+}
+
+} // namespace
+
+void retireClass(PRBJavaClass* cls) {
+    if (cls == nullptr) return;
+    cls->markDead();
+    if (cls->wasLent())
+        keep(cls);
+    else
+        PRBReclaimer::retire(cls, destroyUnlessLent);
 }
 
 void retireMethod(PRBJavaMethod* method) { PRBReclaimer::retire(method); }

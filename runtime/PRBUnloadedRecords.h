@@ -10,8 +10,9 @@ class PRBJavaMethod;
 // Called by the class-unload handler with the records already out of their registries.
 //
 // Frequency, contention and object records cache pointers to classes without a lock or a count,
-// so a class record (a few hundred bytes) is kept for good: marked dead it answers "do not
-// monitor". Methods are cached nowhere beyond a PRBReclaimer::Reader and are deleted.
+// so the record of a class that was ever lent to one (a few hundred bytes) is kept for good:
+// marked dead it answers "do not monitor". Other classes, and methods, are cached nowhere beyond
+// a PRBReclaimer::Reader and are deleted.
 namespace PRBUnloadedRecords {
 
 void retireClass(PRBJavaClass* cls); // marks it dead

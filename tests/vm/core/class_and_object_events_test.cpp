@@ -4,6 +4,7 @@
 #include "core/PRBEventDispatcher.h"
 #include "core/PRBObjectRecords.h"
 #include "runtime/PRBMethodFrequency.h"
+#include "runtime/PRBReclaimer.h"
 #include "runtime/PRBUnloadedRecords.h"
 #include "tests/vm/core/CoreTest.h"
 
@@ -137,6 +138,34 @@ TEST_F(Events, absurdClassLoadsAreTaken) {
     EXPECT_EQ(PRBContext::getMethodTable()->entries(), 1u);
 }
 
+TEST_F(Events, aClassThatSomebodyKeepsStaysWhenItIsUnloaded) {
+    vm.send.classLoad(worker, order);
+    const std::size_t dead = PRBUnloadedRecords::deadClasses();
+    PRBJavaClass* kept = monitor.getClassForClassID(order.id());
+    ASSERT_NE(kept, nullptr);
+    vm.send.classUnload(worker, order.id());
+    for (int i = 0; i < 3; ++i) PRBReclaimer::reclaim();
+    EXPECT_EQ(PRBReclaimer::pending(), 0u);
+    EXPECT_EQ(PRBUnloadedRecords::deadClasses(), dead + 1);
+    EXPECT_TRUE(kept->isDead());
+    EXPECT_STREQ(kept->getClassName(), "com/x/Order");
+}
+
+TEST_F(Events, aClassThatIsLentBeforeItIsDeletedStays) {
+    vm.send.classLoad(worker, order);
+    const std::size_t dead = PRBUnloadedRecords::deadClasses();
+    PRBJavaClass* cls = findClass(order.id());
+    {
+        PRBReclaimer::Reader late; // has found the class before it went
+        vm.send.classUnload(worker, order.id());
+        for (int i = 0; i < 3; ++i) PRBReclaimer::reclaim();
+        cls->lend();
+    }
+    for (int i = 0; i < 3; ++i) PRBReclaimer::reclaim();
+    EXPECT_EQ(PRBUnloadedRecords::deadClasses(), dead + 1);
+    EXPECT_TRUE(cls->isDead());
+}
+
 TEST_F(Events, anUnloadRemovesTheClassItsMethodsAndTheirFrequencies) {
     monitor.setMethodMask("*");
     monitor.setDataBeingCollected(PRBCollect::kMethods);
@@ -147,11 +176,14 @@ TEST_F(Events, anUnloadRemovesTheClassItsMethodsAndTheirFrequencies) {
     ASSERT_EQ(thread->getMethodFrequencyTable()->entries(), 1u);
     PRBJavaClass* cls = findClass(order.id());
     const std::size_t dead = PRBUnloadedRecords::deadClasses();
+    const std::uint32_t pending = PRBReclaimer::pending();
+    PRBReclaimer::Reader keep; // the class is deleted after it
     vm.send.classUnload(worker, order.id());
     EXPECT_EQ(findClass(order.id()), nullptr);
     EXPECT_EQ(findMethod(order.methodId("price")), nullptr);
     EXPECT_EQ(findMethod(order.methodId("pay")), nullptr);
-    EXPECT_EQ(PRBUnloadedRecords::deadClasses(), dead + 1);
+    EXPECT_EQ(PRBUnloadedRecords::deadClasses(), dead);
+    EXPECT_EQ(PRBReclaimer::pending(), pending + 3); // with its two methods
     EXPECT_TRUE(cls->isDead());
     EXPECT_EQ(cls->shouldBeMonitored(), 1);
     thread->purgeMethodFrequencyObjects();

@@ -126,7 +126,7 @@ TEST_F(Churn, threadsAndClassesComeAndGoUnderSamplerAndDataReturn) {
     PRBMonitorGlobal::getMonitorGlobal()->purgeEndedThreads();
     for (int i = 0; i < 3; ++i) PRBReclaimer::reclaim();
     EXPECT_EQ(PRBReclaimer::pending(), 0u);
-    EXPECT_EQ(PRBUnloadedRecords::deadClasses(), static_cast<std::size_t>(kRounds));
+    EXPECT_LE(PRBUnloadedRecords::deadClasses(), static_cast<std::size_t>(kRounds));
     EXPECT_EQ(PRBContext::getThreadTable()->entries(), static_cast<std::size_t>(kWorkers) + 2);
 }
 
@@ -146,7 +146,7 @@ TEST_F(Churn, thousandsOfThreadsLeaveNothingBehind) {
 }
 
 // Each class goes while a frame of it is still on the stack, as an agent may be told late.
-TEST_F(Churn, thousandsOfClassesLeaveNoRecordOfTheirMethods) {
+TEST_F(Churn, thousandsOfClassesLeaveNoRecordOfThemselvesOrTheirMethods) {
     constexpr int kMany = 3000;
     auto [worker, model] = startRunning("worker");
     const auto known = [] {
@@ -171,7 +171,8 @@ TEST_F(Churn, thousandsOfClassesLeaveNoRecordOfTheirMethods) {
         vm.send.methodExit(worker, brief.methodId("a"));
     }
     EXPECT_EQ(known(), before);
-    EXPECT_EQ(PRBUnloadedRecords::deadClasses(), dead + kMany);
+    // Kept: what a poll met in a record.
+    EXPECT_LE(PRBUnloadedRecords::deadClasses(), dead + kMany / 50);
     poll(false);
     EXPECT_EQ(model.getMethodFrequencyTable()->entries(), 0u);
     for (int i = 0; i < 3; ++i) PRBReclaimer::reclaim();
