@@ -218,7 +218,7 @@ void profilerExit(jint code) {
         const jmethodID leave = runtime ? jni->GetStaticMethodID(runtime, "exit", "(I)V") : nullptr;
         if (leave) jni->CallStaticVoidMethod(runtime, leave, code);
     }
-    exit(code);
+    exit(code); // NOLINT(concurrency-mt-unsafe): the process ends
 }
 
 JVMPI_Interface table = {

@@ -173,7 +173,8 @@ std::string Options::parse(const char* text) {
             if (inValue) {
                 if (std::string problem = apply(key, part); !problem.empty()) return problem;
             } else if (!part.empty()) {
-                return "option '" + part + "' has no value: write " + part + "=...";
+                std::string problem = "option '" + part;
+                return problem.append("' has no value: write ").append(part).append("=...");
             }
             key.clear();
             part.clear();

@@ -206,7 +206,7 @@ TEST_F(NoRoom, AReadOnlyPlaceForTheCaptureIsNamed) {
                                         "$PROGRAM");
     expectItsOwnEnd(result);
     EXPECT_EQ("prbprof: cannot write the capture file: /mnt/x.prb (Read-only file system); give "
-              "another one by file=, the program runs unprofiled\n"
+              "another one by file= (prb: --out), the program runs unprofiled\n"
               "prb: no capture was written (/mnt/x.prb): no JVM was started, or it ran unprofiled "
               "for the reason it gave above\n",
               result.err);
@@ -216,7 +216,7 @@ TEST_F(NoRoom, ACaptureOnAFullFileSystemIsNamed) {
     const prb::Captured result = inside("exec $JAVA $AGENT=file=/tmp/x.prb $PROGRAM");
     expectItsOwnEnd(result);
     EXPECT_EQ("prbprof: cannot write the capture file: /tmp/x.prb: No space left on device; give "
-              "another one by file=, the program runs unprofiled\n",
+              "another one by file= (prb: --out), the program runs unprofiled\n",
               result.err);
 }
 

@@ -115,7 +115,8 @@ TEST_P(Neighbours, AWorkingFolderThatTakesNoFilesIsSaidInALine) {
     const prb::Captured result = within("cd /proc", "poll=0.2");
     expectItsOwnEnd(result);
     EXPECT_THAT(result.err, StartsWith("prbprof: cannot write the capture file: prb-"));
-    EXPECT_THAT(result.err, HasSubstr("give another one by file=, the program runs unprofiled\n"));
+    EXPECT_THAT(result.err,
+                HasSubstr("give another one by file= (prb: --out), the program runs unprofiled\n"));
     EXPECT_EQ(1, std::count(result.err.begin(), result.err.end(), '\n')) << result.err;
 }
 

@@ -137,22 +137,10 @@ TEST_F(LateAnswers, WhoNeverHasAProcessorWhenAskedIsChargedInFull) {
             pthread_sigmask(SIG_SETMASK, &old, nullptr);
         }
     });
-    cycle();
-    const std::int64_t from = threadCpuNs(worker.java.os.threadId);
-    const std::int64_t started = monotonicNs();
-    int samples = 0;
-    constexpr int kCycles = 500;
-    for (int i = 0; i < kCycles; i++) {
-        sleepMs(2);
-        for (const Sample& sample : cycle()) {
-            samples++;
-            EXPECT_EQ(sample.frames, std::vector<jmethodID>{methodAt(kWork)});
-        }
-    }
-    const auto cpu = static_cast<double>(threadCpuNs(worker.java.os.threadId) - from);
-    const double mean = static_cast<double>(monotonicNs() - started) / kCycles;
-    EXPECT_NEAR(samples, cpu / mean, 0.1 * cpu / mean + 5);
-    EXPECT_GT(sampler.counters().leftTraces, static_cast<std::uint64_t>(samples) / 2);
+    const Tally tallied = tally(worker, 500, [] { sleepMs(2); });
+    EXPECT_NEAR(tallied.samples, tallied.charge, 0.1 * tallied.charge + 5);
+    EXPECT_EQ(tallied.atWork, tallied.samples);
+    EXPECT_GT(sampler.counters().leftTraces, static_cast<std::uint64_t>(tallied.samples) / 2);
     EXPECT_EQ(sampler.counters().timeouts, 0u);
 }
 
@@ -194,23 +182,9 @@ TEST_F(LateAnswers, ThreadsThatEndBeforeTheNextCycleAreChargedToTheirWork) {
             self.leave();
         }
     });
-    cycle();
-    const std::int64_t from = threadCpuNs(worker.java.os.threadId);
-    const std::int64_t started = monotonicNs();
-    int samples = 0;
-    int atWork = 0;
-    constexpr int kCycles = 500;
-    for (int i = 0; i < kCycles; i++) {
-        sleepMs(2);
-        for (const Sample& sample : cycle()) {
-            samples++;
-            if (sample.frames == std::vector<jmethodID>{methodAt(kWork)}) atWork++;
-        }
-    }
-    const auto cpu = static_cast<double>(threadCpuNs(worker.java.os.threadId) - from);
-    const double mean = static_cast<double>(monotonicNs() - started) / kCycles;
-    EXPECT_NEAR(samples, cpu / mean, 0.15 * cpu / mean + 5);
-    EXPECT_GT(atWork, samples * 8 / 10) << "left " << sampler.counters().leftTraces;
+    const Tally tallied = tally(worker, 500, [] { sleepMs(2); });
+    EXPECT_NEAR(tallied.samples, tallied.charge, 0.15 * tallied.charge + 5);
+    EXPECT_GT(tallied.atWork, tallied.samples * 8 / 10) << "left " << sampler.counters().leftTraces;
     EXPECT_EQ(sampler.counters().timeouts, 0u);
 }
 

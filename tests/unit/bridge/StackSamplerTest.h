@@ -168,6 +168,29 @@ protected:
         return samples;
     }
 
+    struct Tally {
+        int samples = 0;
+        int atWork = 0;    // of them, whose trace is kWork
+        double charge = 0; // the worker's CPU time in mean cycles, our handlers' included
+    };
+    // So many cycles, each after a pause.
+    template <typename Pause> Tally tally(Worker& worker, int cycles, Pause pause) {
+        cycle();
+        const std::int64_t from = threadCpuNs(worker.java.os.threadId);
+        const std::int64_t started = monotonicNs();
+        Tally result;
+        for (int i = 0; i < cycles; i++) {
+            pause();
+            for (const Sample& sample : cycle()) {
+                result.samples++;
+                if (sample.frames == std::vector<jmethodID>{methodAt(kWork)}) result.atWork++;
+            }
+        }
+        const auto cpu = static_cast<double>(threadCpuNs(worker.java.os.threadId) - from);
+        result.charge = cpu * cycles / static_cast<double>(monotonicNs() - started);
+        return result;
+    }
+
     // Cycles until `enough` or the limit. Answers whether it was enough.
     bool cyclesUntil(const std::function<bool(const std::vector<Sample>&)>& enough) {
         for (int i = 0; i < 3000; i++) {

@@ -129,25 +129,9 @@ TEST_F(StackSamplerTest, CyclesWithoutARunnableThreadCountAsWell) {
 // The sum of all samples, and their places, for a thread that nearly every look finds blocked.
 TEST_F(StackSamplerTest, ABurstyThreadIsChargedItsCpuTimeAndToItsWork) {
     Worker& worker = add(burst);
-    cycle();
-    const std::int64_t from = threadCpuNs(worker.java.os.threadId);
-    const std::int64_t started = monotonicNs();
-    int samples = 0;
-    int atWork = 0;
-    constexpr int kCycles = 1000;
-    RaggedSleep sleep(2);
-    for (int i = 0; i < kCycles; i++) {
-        sleep();
-        for (const Sample& sample : cycle()) {
-            samples++;
-            if (sample.frames == std::vector<jmethodID>{methodAt(kWork)}) atWork++;
-        }
-    }
-    const auto cpu = static_cast<double>(threadCpuNs(worker.java.os.threadId) - from);
-    const double mean = static_cast<double>(monotonicNs() - started) / kCycles;
-    // less what the handlers use, which the thread's clock counts but the sampler does not
-    EXPECT_NEAR(samples, cpu / mean, 0.15 * cpu / mean + 5);
-    EXPECT_GE(atWork, samples * 8 / 10)
+    const Tally tallied = tally(worker, 1000, RaggedSleep(2));
+    EXPECT_NEAR(tallied.samples, tallied.charge, 0.15 * tallied.charge + 5);
+    EXPECT_GE(tallied.atWork, tallied.samples * 8 / 10)
         << "kept " << sampler.counters().keptTraces << ", signals " << sampler.counters().signals
         << ", blocked " << sampler.counters().chargedBlocked;
     EXPECT_EQ(sampler.counters().timeouts, 0u);
@@ -168,22 +152,9 @@ TEST_F(StackSamplerTest, AThreadThatWaitsIsChargedItsWork) {
             self.java.setOsState(2);
         }
     });
-    cycle();
-    const std::int64_t from = threadCpuNs(worker.java.os.threadId);
-    const std::int64_t started = monotonicNs();
-    int samples = 0;
-    constexpr int kCycles = 1000;
-    RaggedSleep sleep(2);
-    for (int i = 0; i < kCycles; i++) {
-        sleep();
-        for (const Sample& sample : cycle()) {
-            samples++;
-            EXPECT_EQ(sample.frames, std::vector<jmethodID>{methodAt(kWork)});
-        }
-    }
-    const auto cpu = static_cast<double>(threadCpuNs(worker.java.os.threadId) - from);
-    const double mean = static_cast<double>(monotonicNs() - started) / kCycles;
-    EXPECT_NEAR(samples, cpu / mean, 0.15 * cpu / mean + 5);
+    const Tally tallied = tally(worker, 1000, RaggedSleep(2));
+    EXPECT_NEAR(tallied.samples, tallied.charge, 0.15 * tallied.charge + 5);
+    EXPECT_EQ(tallied.atWork, tallied.samples);
     EXPECT_GT(sampler.counters().keptTraces, 0u);
 }
 

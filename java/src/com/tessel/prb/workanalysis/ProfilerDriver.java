@@ -169,7 +169,7 @@ public final class ProfilerDriver implements Runnable {
 
     private static void sayUnwritable(String path, IOException e) {
         Messages.say("cannot write the capture file: " + CaptureFile.reason(e, path)
-                + "; give another one by file=, the program runs unprofiled");
+                + "; give another one by file= (prb: --out), the program runs unprofiled");
     }
 
     private static ProfilerDriver initiate(DriverOptions options, CaptureFile file, int processId,

@@ -170,7 +170,7 @@ public final class DriverTest {
     private static void unwritablePath() throws Exception {
         Run run = run(0, "return", "file=/no/such/folder/x.prb");
         same("prbprof: cannot write the capture file: /no/such/folder/x.prb (No such file or"
-                + " directory); give another one by file=, the program runs unprofiled\n",
+                + " directory); give another one by file= (prb: --out), the program runs unprofiled\n",
                 run.errors);
         same("running false\nstopped false\nend\n", run.output);
     }
@@ -178,7 +178,7 @@ public final class DriverTest {
     private static void fullDiskAtStart() throws Exception {
         Run run = run(100, "return", "file=/dev/full,poll=0.02");
         same("prbprof: cannot write the capture file: /dev/full: No space left on device; give"
-                + " another one by file=, the program runs unprofiled\n", run.errors);
+                + " another one by file= (prb: --out), the program runs unprofiled\n", run.errors);
         same("InitProfiler '' Collector\nrunning false\nstopped false\nend\n", run.output);
     }
 
