@@ -140,8 +140,8 @@ void unloadedMethods(JNIEnv*, jobject) {
 void samples(JNIEnv*, jobject) {
     check(cycles > 0 && traces > 0, "%d cycles, %d traces", static_cast<int>(cycles),
           static_cast<int>(traces));
-    check(framesUnknown * 100 <= framesSeen, "%d frames of %d have no class",
-          static_cast<int>(framesUnknown), static_cast<int>(framesSeen));
+    check(framesUnknown == 0, "%d frames of %d have no class", static_cast<int>(framesUnknown),
+          static_cast<int>(framesSeen));
 }
 
 // Pages of resident memory, from /proc/self/statm, without allocating.

@@ -1,5 +1,6 @@
 #include "tests/live/bridge_probe/agent/Sampler.h"
 
+#include <algorithm>
 #include <mutex>
 #include <vector>
 
@@ -22,6 +23,14 @@ JVMPI_RawMonitor samplerMonitor = nullptr;
 namespace {
 
 constexpr char kSampler[] = "probe sampler";
+
+// A thread that is blocked is counted with the last trace that was seen while it ran; its classes
+// may have gone since.
+bool isGone(jmethodID method) {
+    std::lock_guard<std::mutex> guard(mutex);
+    return std::find(methodsOfUnloaded.begin(), methodsOfUnloaded.end(), method) !=
+           methodsOfUnloaded.end();
+}
 
 void sampleOnce() {
     struct Slot {
@@ -58,7 +67,8 @@ void sampleOnce() {
         if (slot.busy) tracesOfBusy++;
         for (jint i = 0; i < slot.count; i++) {
             framesSeen++;
-            if (!jvmpi->GetMethodClass(slot.frames[i].method_id)) framesUnknown++;
+            const jmethodID method = slot.frames[i].method_id;
+            if (!jvmpi->GetMethodClass(method) && !isGone(method)) framesUnknown++;
         }
     }
     cycles++;
