@@ -132,6 +132,7 @@ constexpr const char* kDescriptions[] = {
     "Invalid profiler parm specified",
     "Invalid GC Configuration: Collect=N Discard=Y",
     "Cannot modify WAS master repository because CellManager is not online",
+    // NOLINTNEXTLINE(bugprone-suspicious-missing-comma): a text of two lines
     "Java exception thrown during WAS master repository modification, please check out Java LGX1 "
     "log for more information",
     "Cannot modify WAS master repository as current modification conflicts with other concurrent "

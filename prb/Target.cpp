@@ -58,7 +58,7 @@ std::string mapped(const std::string& maps, const std::string& name) {
     for (std::string line; std::getline(lines, line);) {
         const std::size_t slash = line.find('/');
         if (slash == std::string::npos) continue;
-        const std::string file = line.substr(slash);
+        std::string file = line.substr(slash);
         if (endsWith(file, name) || endsWith(file, name + kDeleted)) return file;
     }
     return {};

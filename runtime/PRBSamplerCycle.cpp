@@ -49,7 +49,7 @@ void PRBProfilerCPUSampler::runCycle() {
             suspended = window.getSuspended();
             active = window.getActive();
         }
-        if (suspended > 0) {
+        if (suspended > 0 && slots != nullptr) {
             if (debug)
                 PRBTrace::log("The number of threads that were suspended and resumed was %i - the "
                               "number of active threads was %i",
