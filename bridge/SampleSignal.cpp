@@ -256,7 +256,12 @@ bool SampleSignal::awaitAnswer(SampleSlot& slot, std::int64_t untilNs, Late late
         if (state != SampleSlot::kAsked && state != SampleSlot::kWalking) return true;
         const std::int64_t left = untilNs - monotonicNs();
         if (left > 0) {
-            futexWait(slot.state, state, left);
+            // Who sleeps gives its processor away, and has it back when somebody else's time is
+            // over: milliseconds later, with threads stopped.
+            if (defer)
+                __builtin_ia32_pause();
+            else
+                futexWait(slot.state, state, left);
             continue;
         }
         const std::uint32_t next = state == SampleSlot::kAsked ? afterAsked : afterWalking;

@@ -33,8 +33,9 @@ public:
     static bool ask(SampleSlot& slot);
     // The same for a trace alone: the thread leaves it in the slot without stopping.
     static bool askLeave(SampleSlot& slot);
-    // Waits until the thread has answered or `untilNs` (CLOCK_MONOTONIC) has passed; what becomes
-    // of the request in the latter case: true if there is an answer in the slot.
+    // Waits until the thread has answered or `untilNs` (CLOCK_MONOTONIC) has passed. True if there
+    // is an answer in the slot; else the request is taken back, or (kDefer, which waits without
+    // sleeping and is for a short time only) changed into one for a trace alone.
     enum class Late { kWithdraw, kDefer };
     static bool awaitAnswer(SampleSlot& slot, std::int64_t untilNs, Late late);
     // Takes the trace that a thread has left; the slot is idle and the trace stays readable until

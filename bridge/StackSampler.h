@@ -129,6 +129,7 @@ private:
     void enlist(ThreadRecord& record, bool running, bool wanted);
     void stopListed();
     void stopAsked(std::int64_t patienceNs, bool deferLate);
+    static bool hasProcessor(const ThreadRecord& record);
     void settle(ThreadRecord& record);
     bool keepTrace(ThreadRecord& record, bool running);
     void silent(ThreadRecord& record);

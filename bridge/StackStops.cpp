@@ -52,7 +52,9 @@ void StackSampler::stopAsked(std::int64_t patienceNs, bool deferLate) {
     const auto late = deferLate ? SampleSignal::Late::kDefer : SampleSignal::Late::kWithdraw;
     for (ThreadRecord* record = asked_; record; record = record->account.nextAsked) {
         if (!record->account.asked) continue;
-        if (SampleSignal::awaitAnswer(record->slot, sinceNs + patienceNs, late)) {
+        const std::int64_t untilNs =
+            deferLate && !hasProcessor(*record) ? sinceNs : sinceNs + patienceNs;
+        if (SampleSignal::awaitAnswer(record->slot, untilNs, late)) {
             settle(*record);
             continue;
         }
@@ -64,6 +66,11 @@ void StackSampler::stopAsked(std::int64_t patienceNs, bool deferLate) {
     }
     asked_ = nullptr;
     add(counters_.stopNanos, static_cast<std::uint64_t>(monotonicNs() - sinceNs));
+}
+
+// A thread's clock moves on while it runs. Threads that wait for a processor are not waited for.
+bool StackSampler::hasProcessor(const ThreadRecord& record) {
+    return threadCpuNs(record.tid.load(std::memory_order_relaxed)) > record.account.cpuNs;
 }
 
 // A stopped thread's answer.
