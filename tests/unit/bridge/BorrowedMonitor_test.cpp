@@ -205,7 +205,8 @@ TEST_F(RawMonitorTest, exclusionHoldsWhileCollectionsBorrow) {
             }
         });
     const uint64_t before = RawMonitor::borrowed();
-    for (int i = 0; i < 2000; i++) {
+    // Until one has met a mutator at work, however late the system lets them run.
+    for (int i = 0; i < 2000 || (RawMonitor::borrowed() == before && i < 1000000); i++) {
         {
             std::lock_guard<std::mutex> guard(safepoint);
             closed = true;
