@@ -3,7 +3,6 @@
 #include <algorithm>
 #include <cerrno>
 
-#include <sys/prctl.h>
 #include <unistd.h>
 
 #include "bridge/Clocks.h"
@@ -322,21 +321,13 @@ jint StackSampler::status(JNIEnv* env) {
     return status;
 }
 
-// The calling thread is the profiler's sampler. Its waits are to end in time: by default the kernel
-// lets them last 50 microseconds longer.
-void StackSampler::becomeCaller() {
-    if (callerKnown_ && pthread_equal(caller_, pthread_self())) return;
-    caller_ = pthread_self();
-    callerKnown_ = true;
-    prctl(PR_SET_TIMERSLACK, 1);
-}
-
 void StackSampler::suspend(JNIEnv* env) {
     const Call call(*this);
     ThreadRecord* record = threads_.find(env);
     if (!record || record->account.listed) return;
     SamplerAccount& account = record->account;
-    becomeCaller();
+    caller_ = pthread_self();
+    callerKnown_ = true;
     if (account.suspendCycle == cycle_ || run_ == 0) beginCycle();
     account.suspendCycle = account.statusCycle = cycle_;
     record->suspended.store(true, std::memory_order_relaxed);

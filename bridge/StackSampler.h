@@ -139,7 +139,6 @@ private:
     void bequeath(ThreadRecord& record);
     void inherit(ThreadRecord& record);
     void askAgain(ThreadRecord& record);
-    void becomeCaller();
     void unlist(ThreadRecord& record);
     void releaseAll();
     static void recordEnds(void* self, ThreadRecord& record);

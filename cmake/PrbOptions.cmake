@@ -16,7 +16,7 @@ set(CMAKE_RUNTIME_OUTPUT_DIRECTORY ${CMAKE_BINARY_DIR})
 find_program(PRB_CCACHE ccache)
 if(PRB_CCACHE)
     # Without the leave it caches nothing that uses a precompiled header.
-    set(CMAKE_CXX_COMPILER_LAUNCHER 
+    set(CMAKE_CXX_COMPILER_LAUNCHER
         ${CMAKE_COMMAND} -E env CCACHE_SLOPPINESS=pch_defines,time_macros ${PRB_CCACHE})
 endif()
 
