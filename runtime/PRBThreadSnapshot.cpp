@@ -24,6 +24,7 @@ std::size_t slotOf(const JNIEnv* env) {
 
 PRBThreadSnapshot* PRBThreadSnapshot::make(std::size_t threads) {
     std::size_t slots = std::bit_ceil(std::max<std::size_t>(16, threads * 2));
+    // NOLINTNEXTLINE(bugprone-sizeof-expression): an array of pointers
     std::size_t bytes = sizeof(PRBThreadSnapshot) + (threads + slots) * sizeof(PRBJavaThread*);
     void* block = PRBMemoryManager::allocate(bytes);
     if (block == nullptr) return nullptr;
@@ -32,6 +33,7 @@ PRBThreadSnapshot* PRBThreadSnapshot::make(std::size_t threads) {
     snapshot->mask_ = slots - 1;
     snapshot->threads_ = reinterpret_cast<PRBJavaThread**>(snapshot + 1);
     snapshot->byEnv_ = snapshot->threads_ + threads;
+    // NOLINTNEXTLINE(bugprone-sizeof-expression): an array of pointers
     std::memset(snapshot->byEnv_, 0, slots * sizeof(PRBJavaThread*));
     return snapshot;
 }
