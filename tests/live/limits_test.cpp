@@ -197,7 +197,7 @@ TEST_F(NoRoom, AReadOnlyWorkingFolderIsSaidInALine) {
     expectItsOwnEnd(result);
     EXPECT_THAT(result.err, StartsWith("prbprof: cannot write the capture file: prb-"));
     EXPECT_THAT(result.err, testing::EndsWith(".prb (Read-only file system); give another one by "
-                                              "file=, the program runs unprofiled\n"));
+                                              "file= (prb: --out), the program runs unprofiled\n"));
     EXPECT_EQ(1, std::count(result.err.begin(), result.err.end(), '\n')) << result.err;
 }
 
