@@ -17,6 +17,10 @@ namespace {
 
 // The collection under way. The collecting thread's own.
 struct Collection {
+    // Starts without their finish. The VM tells a collection that runs inside another operation
+    // that calls itself one twice over (when the metaspace has reached its threshold: the
+    // operation, and the pause in it): the profiler hears of the outer one.
+    int depth = 0;
     bool finishIsDue = false;
     std::optional<CollectionScope> scope;
 };
@@ -46,11 +50,12 @@ void CollectionEvents::newEpoch() { currentEpoch.fetch_add(1, std::memory_order_
 
 void CollectionEvents::started() noexcept try {
     newEpoch();
-    if (!isLive()) return;
-    const bool start = events().isEnabled(JVMPI_EVENT_GC_START);
     Collection& the = collection();
-    the.finishIsDue = events().isEnabled(JVMPI_EVENT_GC_FINISH);
-    if (!start && !the.finishIsDue && !AllocationEvents::tracksFrees()) return;
+    if (the.depth++ != 0 || !isLive()) return;
+    const bool start = events().isEnabled(JVMPI_EVENT_GC_START);
+    // The profiler enables one after the other: this collection may come in between.
+    the.finishIsDue = start || events().isEnabled(JVMPI_EVENT_GC_FINISH);
+    if (!the.finishIsDue && !AllocationEvents::tracksFrees()) return;
     the.scope.emplace();
     const HeapSpace space = heapFigures().read();
     RestrictedEnv::setAnswer(space.free());
@@ -63,6 +68,8 @@ void CollectionEvents::started() noexcept try {
 void CollectionEvents::finished() noexcept try {
     newEpoch();
     Collection& the = collection();
+    // Told since the middle of a collection: its start was not heard.
+    if (the.depth == 0 || --the.depth != 0) return;
     if (the.scope) AllocationEvents::collect();
     if (the.finishIsDue) {
         the.finishIsDue = false;

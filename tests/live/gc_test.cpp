@@ -26,27 +26,35 @@ protected:
         return last;
     }
 
-    // The JVM's own choice of a collector; in a soak run each that it has.
+    // The options of the collectors that the JVM has.
+    std::vector<std::string> collectors() const {
+        std::vector<std::string> options;
+        for (const char* name : {"Serial", "Parallel", "G1", "Shenandoah", "Z"}) {
+            const std::string option = std::string("-XX:+Use") + name + "GC";
+            if (run({jdk().home + "/bin/java", option, "-version"}).exitCode == 0)
+                options.push_back(option);
+        }
+        return options;
+    }
+
+    // One collector; in a soak run each that the JVM has.
     void survive(const std::string& program) {
         const char* soak = std::getenv("PRB_SOAK_SECONDS"); // NOLINT(concurrency-mt-unsafe)
-        if (soak == nullptr) return survive(program, "-XX:+UseG1GC", 10);
-        for (const char* collector : {"Serial", "Parallel", "G1", "Shenandoah", "Z"}) {
-            const std::string option = std::string("-XX:+Use") + collector + "GC";
-            if (run({jdk().home + "/bin/java", option, "-version"}).exitCode == 0)
-                survive(program, option, std::atoi(soak) / 2); // there are two programs
-        }
+        if (soak == nullptr) return survive(program, {"-XX:+UseG1GC"}, 10);
+        for (const std::string& option : collectors())
+            survive(program, {option}, std::atoi(soak) / 2); // there are two programs
     }
 
     // What the programs print does not depend on how long they run.
-    void survive(const std::string& program, const std::string& collector, int seconds) {
-        SCOPED_TRACE(collector);
-        std::vector<std::string> java = {collector,
-                                         "-Xmx256m",
-                                         "-cp",
-                                         product("tests/programs.jar"),
-                                         "com.tessel.prb.live.programs." + program,
-                                         "--seconds",
-                                         "1"};
+    void survive(const std::string& program, std::vector<std::string> java, int seconds) {
+        SCOPED_TRACE(java[0]);
+        const std::vector<std::string> rest = {"-Xmx256m",
+                                               "-cp",
+                                               product("tests/programs.jar"),
+                                               "com.tessel.prb.live.programs." + program,
+                                               "--seconds",
+                                               "1"};
+        java.insert(java.end(), rest.begin(), rest.end());
         std::vector<std::string> bare = {jdk().home + "/bin/java"};
         bare.insert(bare.end(), java.begin(), java.end());
         const prb::Captured without = run(bare);
@@ -61,7 +69,7 @@ protected:
         EXPECT_EQ(with.report["run"]["complete"], true);
         EXPECT_EQ(with.report["run"]["errors"], nlohmann::json::array());
         // Every poll came back.
-        EXPECT_GT(with.report["run"]["records"].get<int>(), 100);
+        EXPECT_GT(with.report["run"]["records"].get<int>(), 10 * seconds);
         EXPECT_GT(lastOf(with.capture, "totalCollections"), 0);
     }
 };
@@ -69,6 +77,14 @@ protected:
 TEST_P(Collections, UnderAllocation) { survive("AllocationStorm"); }
 
 TEST_P(Collections, UnderClassLoads) { survive("ClassChurn"); }
+
+// The VM tells the collection that a full metaspace asks for inside another one.
+TEST_P(Collections, ThatAFullMetaspaceAsksFor) {
+    for (const std::string& collector : collectors()) {
+        survive("ClassChurn", {collector, "-XX:MetaspaceSize=4m", "-Xlog:gc:file=gc.log"}, 1);
+        EXPECT_NE(slurp("gc.log").find("Metadata GC Threshold"), std::string::npos) << collector;
+    }
+}
 
 PRB_FOR_EVERY_JDK(Collections);
 

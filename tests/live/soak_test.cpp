@@ -73,7 +73,8 @@ protected:
     }
 
     Profiled runUnder(std::vector<std::string> program) {
-        program.insert(program.begin(), {collector(), "-Xmx256m"});
+        // Little metaspace: its threshold asks for collections of its own kind.
+        program.insert(program.begin(), {collector(), "-Xmx256m", "-XX:MetaspaceSize=4m"});
         Profiled p = profile(
             jdk(),
             {"--poll", "1", "--data", "threads,methods,contention,gc,alloc,heap,errors,self"},

@@ -265,6 +265,43 @@ TEST_F(Stalls, AFinishComesForEachStartWhateverHappensBetween) {
     EXPECT_EQ(told().size(), 2u);
 }
 
+TEST_F(Stalls, CollectionsInsideOneAnotherAreOnePair) {
+    events().enable(JVMPI_EVENT_GC_START);
+    events().enable(JVMPI_EVENT_GC_FINISH);
+    for (const int inner : {1, 2}) {
+        told().clear();
+        CollectionEvents::started();
+        for (int i = 0; i < inner; i++) {
+            CollectionEvents::started();
+            CollectionEvents::finished();
+            EXPECT_TRUE(MonitorThread::current().collecting);
+        }
+        EXPECT_THAT(types(), ElementsAre(JVMPI_EVENT_GC_START));
+        CollectionEvents::finished();
+        EXPECT_THAT(types(), ElementsAre(JVMPI_EVENT_GC_START, JVMPI_EVENT_GC_FINISH));
+        EXPECT_FALSE(taken->ownedBySelf());
+        EXPECT_FALSE(MonitorThread::current().collecting);
+    }
+}
+
+TEST_F(Stalls, AFinishWithoutItsStartTellsNothingAndTheNextPairIsWhole) {
+    events().enable(JVMPI_EVENT_GC_START);
+    events().enable(JVMPI_EVENT_GC_FINISH);
+    CollectionEvents::finished();
+    EXPECT_THAT(types(), IsEmpty());
+    CollectionEvents::started();
+    CollectionEvents::finished();
+    EXPECT_THAT(types(), ElementsAre(JVMPI_EVENT_GC_START, JVMPI_EVENT_GC_FINISH));
+}
+
+TEST_F(Stalls, AStartBeforeTheFinishIsEnabledHasItsFinishAllTheSame) {
+    events().enable(JVMPI_EVENT_GC_START);
+    CollectionEvents::started();
+    CollectionEvents::finished();
+    EXPECT_THAT(types(), ElementsAre(JVMPI_EVENT_GC_START, JVMPI_EVENT_GC_FINISH));
+    EXPECT_FALSE(taken->ownedBySelf());
+}
+
 TEST_F(Stalls, NoFinishComesForACollectionThatBeganUntold) {
     CollectionEvents::started();
     events().enable(JVMPI_EVENT_GC_START);
