@@ -4,9 +4,9 @@
 // of Serial and Parallel; each pause of G1, those of its concurrent cycle (remark, cleanup)
 // included; the short pauses of Shenandoah and ZGC, several in a cycle, whose real work goes on
 // beside the program. A finish comes whenever its start was delivered, even if it was not
-// enabled, the events were switched off or the VM began to die meanwhile: the profiler holds its registries in between.
-// Collections that the VM tells inside one another (it does when the metaspace reaches its
-// threshold) are one pair.
+// enabled, the events were switched off or the VM began to die meanwhile: the profiler holds its
+// registries in between. Collections that the VM tells inside one another (it does when the
+// metaspace reaches its threshold) are one pair.
 //
 // Both events carry the restricted environment (RestrictedEnv). The raw monitors are taken in a
 // CollectionScope that is open from the start to the finish.

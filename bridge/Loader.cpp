@@ -106,6 +106,7 @@ std::string loadParts(const char* optionText, bool attaching) {
 void decline(const std::string& problem) {
     Context& the = context();
     the.phase.store(Phase::kOff, std::memory_order_release);
+    dropDebugInformation();
     if (the.jvmti) the.jvmti->DisposeEnvironment();
     the.jvmti = nullptr;
     report("%s; the program runs unprofiled", problem.c_str());

@@ -6,6 +6,7 @@
 #include "bridge/ClassEvents.h"
 #include "bridge/CollectionEvents.h"
 #include "bridge/Context.h"
+#include "bridge/DebugInformation.h"
 #include "bridge/ExactMethods.h"
 #include "bridge/HeapDump.h"
 #include "bridge/HeapFigures.h"
@@ -19,6 +20,7 @@
 #include "bridge/SystemThreads.h"
 #include "bridge/ThreadEvents.h"
 #include "bridge/VmEvents.h"
+#include "bridge/VmFlags.h"
 
 namespace bridge {
 namespace {
@@ -100,8 +102,7 @@ void JNICALL objectFree(jvmtiEnv*, jlong tag) {
 // Call traces are had only while this event is on.
 void JNICALL classLoad(jvmtiEnv*, JNIEnv*, jthread, jclass) {}
 
-// While this event is on, compiled code keeps its debug information between safepoints too, and
-// samples show the line of code that really ran.
+// Listened to for what the VM does meanwhile (DebugInformation).
 void JNICALL compiledMethodLoad(jvmtiEnv*, jmethodID, jint, const void*, jint,
                                 const jvmtiAddrLocationMap*, const void*) {}
 
@@ -143,15 +144,20 @@ struct EventSwitch {
     const char* name;
 };
 constexpr EventSwitch kEvents[] = {
-    {JVMTI_EVENT_VM_INIT, "VMInit"},
-    {JVMTI_EVENT_VM_DEATH, "VMDeath"},
-    {JVMTI_EVENT_THREAD_START, "ThreadStart"},
-    {JVMTI_EVENT_THREAD_END, "ThreadEnd"},
-    {JVMTI_EVENT_CLASS_LOAD, "ClassLoad"},
-    {JVMTI_EVENT_CLASS_PREPARE, "ClassPrepare"},
+    {JVMTI_EVENT_VM_INIT, "VMInit"},           {JVMTI_EVENT_VM_DEATH, "VMDeath"},
+    {JVMTI_EVENT_THREAD_START, "ThreadStart"}, {JVMTI_EVENT_THREAD_END, "ThreadEnd"},
+    {JVMTI_EVENT_CLASS_LOAD, "ClassLoad"},     {JVMTI_EVENT_CLASS_PREPARE, "ClassPrepare"},
     {JVMTI_EVENT_OBJECT_FREE, "ObjectFree"},
-    {JVMTI_EVENT_COMPILED_METHOD_LOAD, "CompiledMethodLoad"},
 };
+
+DebugInformation debugInformation;
+
+// The flags are found anew each time: some ten microseconds.
+bool keepDebugInformation() {
+    VmFlags flags;
+    flags.resolve(context().vmStructs);
+    return debugInformation.begin(context().jvmti, flags);
+}
 
 } // namespace
 
@@ -188,6 +194,8 @@ std::string installCallbacks(jvmtiEnv* jvmti) {
         if (jvmti->SetEventNotificationMode(JVMTI_ENABLE, row.event, nullptr) != JVMTI_ERROR_NONE)
             return std::string("this JVM does not give the event ") + row.name +
                    ": use HotSpot 17 or newer";
+    if (!keepDebugInformation())
+        return "this JVM does not give the event CompiledMethodLoad: use HotSpot 17 or newer";
     VmEvents::begin(jvmti);
     if (context().options.data() & Options::kAlloc) VmEvents::take(VmEventGroup::kAllocations);
     if (context().options.exact().empty()) return {};
@@ -199,11 +207,17 @@ std::string installCallbacks(jvmtiEnv* jvmti) {
     return {};
 }
 
+void dropDebugInformation() {
+    VmFlags flags;
+    flags.resolve(context().vmStructs);
+    debugInformation.end(context().jvmti, flags);
+}
+
 std::string wake() {
     Context& the = context();
     std::string problem;
     if (!the.sampler->start(problem)) return problem;
-    the.jvmti->SetEventNotificationMode(JVMTI_ENABLE, JVMTI_EVENT_COMPILED_METHOD_LOAD, nullptr);
+    keepDebugInformation();
     if (the.options.protectForks() && !protectHeapFromFork(the.vmStructs))
         noteLimit("the heap is shared with forked children");
     return {};
@@ -211,7 +225,7 @@ std::string wake() {
 
 void rest() {
     Context& the = context();
-    the.jvmti->SetEventNotificationMode(JVMTI_DISABLE, JVMTI_EVENT_COMPILED_METHOD_LOAD, nullptr);
+    dropDebugInformation();
     the.sampler->stop();
     ExactMethods::end();
     unprotectHeapFromFork();
@@ -232,6 +246,7 @@ void beginLive(JNIEnv* jni) {
         problem = wake();
     if (!problem.empty()) {
         the.phase.store(Phase::kOff, std::memory_order_release);
+        dropDebugInformation();
         report("%s; the program runs unprofiled", problem.c_str());
         return;
     }

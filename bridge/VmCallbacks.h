@@ -12,6 +12,8 @@ namespace bridge {
 // Takes the capabilities and switches the events on that the bridge cannot do without. Answers
 // an empty text, or what the VM refuses.
 std::string installCallbacks(jvmtiEnv* jvmti);
+// The bridge declines after all: compilers go on as they did before.
+void dropDebugInformation();
 
 // Begins the live phase: from VMInit, or from late attach.
 void beginLive(JNIEnv* jni);

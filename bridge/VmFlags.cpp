@@ -69,17 +69,30 @@ bool VmFlags::resolve(const VmStructs& vm, const VmStructs::SymbolLookup& lookup
 }
 
 std::optional<bool> VmFlags::isOn(const char* name) const {
-    if (!flags_) return std::nullopt;
+    const char* place = placeOf(name);
+    return place ? std::optional(__atomic_load_n(place, __ATOMIC_RELAXED) == 1) : std::nullopt;
+}
+
+bool VmFlags::turn(const char* name, bool on) const {
+    char* place = placeOf(name);
+    if (place) __atomic_store_n(place, static_cast<char>(on), __ATOMIC_RELAXED);
+    return place != nullptr;
+}
+
+// Null for a name that the VM does not have, and for a value that is neither yes nor no.
+char* VmFlags::placeOf(const char* name) const {
+    if (!flags_) return nullptr;
     for (std::size_t i = 0; i < count_; i++) {
         const char* flag = flags_ + i * stride_;
         const char* known = readAt<const char*>(flag + name_);
         if (!known) break; // the last one
         if (std::strcmp(known, name) != 0) continue;
-        const char* place = readAt<const char*>(flag + value_);
-        if (!place || static_cast<unsigned char>(*place) > 1) return std::nullopt;
-        return *place == 1;
+        char* place = readAt<char*>(flag + value_);
+        if (!place || static_cast<unsigned char>(__atomic_load_n(place, __ATOMIC_RELAXED)) > 1)
+            return nullptr;
+        return place;
     }
-    return std::nullopt;
+    return nullptr;
 }
 
 } // namespace bridge

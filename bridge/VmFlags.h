@@ -1,5 +1,5 @@
-// The VM's own switches (the -XX options with yes or no), read from the memory where the VM keeps
-// them. Where they lie is told by the tables gHotSpotVMStructs and gHotSpotVMTypes.
+// The VM's own switches (the -XX options with yes or no), read and written in the memory where the
+// VM keeps them. Where they lie is told by the tables gHotSpotVMStructs and gHotSpotVMTypes.
 //
 // Filled once, before other threads use it; constant afterwards and readable by every thread.
 #ifndef PRB_BRIDGE_VMFLAGS_H
@@ -23,8 +23,13 @@ public:
     // Whether a switch is on; empty for a name that the VM does not have, and for a value that is
     // neither yes nor no.
     std::optional<bool> isOn(const char* name) const;
+    // Turns a switch; false, and nothing is written, where isOn is empty.
+    // REQUIRES: the VM looks at this switch each time that it matters.
+    bool turn(const char* name, bool on) const;
 
 private:
+    char* placeOf(const char* name) const;
+
     const char* flags_ = nullptr; // the first flag
     std::size_t count_ = 0;
     std::size_t stride_ = 0; // bytes of one flag

@@ -3,53 +3,10 @@
 
 #include <gtest/gtest.h>
 
-#include "FakeVm.h"
+#include "FakeSwitches.h"
 
 namespace bridge {
 namespace {
-
-struct FakeFlag {
-    void* value;
-    const char* name;
-};
-struct FakeType {
-    const char* name;
-    std::uint64_t size;
-};
-
-// The symbols with a table of switches, all off.
-class FakeSwitches : public FakeSymbols {
-public:
-    FakeSwitches() {
-        add("JVMFlag", "_addr", offsetof(FakeFlag, value));
-        add("JVMFlag", "_name", offsetof(FakeFlag, name));
-        add("JVMFlag", "flags", 0, &firstFlag);
-        add("JVMFlag", "numFlags", 0, &count);
-        set("gHotSpotVMTypeEntryTypeNameOffset", offsetof(FakeType, name));
-        set("gHotSpotVMTypeEntrySizeOffset", offsetof(FakeType, size));
-        set("gHotSpotVMTypeEntryArrayStride", sizeof(FakeType));
-    }
-
-    VmStructs::SymbolLookup lookup() {
-        return [inner = FakeSymbols::lookup(), this](const char* name) -> void* {
-            if (withoutTypes && std::string("gHotSpotVMTypes") == name) return nullptr;
-            if (std::string("gHotSpotVMTypes") == name) return &firstType;
-            return inner(name);
-        };
-    }
-
-    unsigned char on[4] = {0, 0, 0, 7};
-    FakeFlag flags[5] = {{&on[0], "UseSerialGC"},
-                         {&on[1], "UseParallelGC"},
-                         {&on[2], "UseG1GC"},
-                         {&on[3], "NotASwitch"},
-                         {nullptr, nullptr}};
-    FakeFlag* firstFlag = flags;
-    std::size_t count = 5;
-    FakeType types[3] = {{"JavaThread", 800}, {"JVMFlag", sizeof(FakeFlag)}, {nullptr, 0}};
-    FakeType* firstType = types;
-    bool withoutTypes = false;
-};
 
 TEST(VmFlags, ReadsSwitchesByName) {
     FakeSwitches symbols;
@@ -64,6 +21,22 @@ TEST(VmFlags, ReadsSwitchesByName) {
     EXPECT_EQ(flags.isOn("UseG1GC"), true);
     EXPECT_EQ(flags.isOn("UseNothing"), std::nullopt);
     EXPECT_EQ(flags.isOn("NotASwitch"), std::nullopt);
+}
+
+TEST(VmFlags, TurnsSwitchesAndNothingElse) {
+    FakeSwitches symbols;
+    VmStructs vm;
+    const auto lookup = symbols.lookup();
+    ASSERT_TRUE(vm.resolve(lookup)) << vm.problem();
+    VmFlags flags;
+    EXPECT_FALSE(flags.turn("UseG1GC", true)); // not resolved
+    ASSERT_TRUE(flags.resolve(vm, lookup));
+    EXPECT_TRUE(flags.turn("UseG1GC", true));
+    EXPECT_THAT(symbols.on, testing::ElementsAre(0, 0, 1, 7));
+    EXPECT_TRUE(flags.turn("UseG1GC", false));
+    EXPECT_FALSE(flags.turn("UseNothing", true));
+    EXPECT_FALSE(flags.turn("NotASwitch", true));
+    EXPECT_THAT(symbols.on, testing::ElementsAre(0, 0, 0, 7));
 }
 
 TEST(VmFlags, WhatTheVmDoesNotDescribeIsMissing) {
