@@ -41,7 +41,7 @@ PRBHashSet::Array* PRBHashSet::detachArray() {
     Array* array = reinterpret_cast<Array*>(cells_) - 1;
     array->entries = entries_;
     cells_ = nullptr;
-    capacity_ = entries_ = used_ = 0;
+    capacity_ = entries_ = used_ = farthest_ = 0;
     return array;
 }
 
@@ -49,22 +49,44 @@ bool PRBHashSet::grow() {
     std::size_t capacity = capacity_ == 0 ? initial_ : capacity_;
     // Removed elements leave cells behind: then the same size may do again.
     while ((entries_ + 1) * 8 > capacity * 3) capacity *= 2;
+    return rebuild(capacity) || used_ + 1 < capacity_;
+}
+
+bool PRBHashSet::scatter() {
+    scattered_ = true;
+    if (rebuild(capacity_)) return true;
+    scattered_ = false;
+    return false;
+}
+
+bool PRBHashSet::rebuild(std::size_t capacity) {
     Array* array = allocateArray(capacity);
-    if (array == nullptr) return used_ + 1 < capacity_;
+    if (array == nullptr) return false;
 
     const Cell* oldCells = cells_;
     std::size_t oldCapacity = capacity_;
     cells_ = array->cells();
     capacity_ = capacity;
-    firstFold_ = static_cast<unsigned>(std::bit_width(capacity) - 1);
-    secondFold_ = std::min(2 * firstFold_, 31u);
-    firstFold_ = std::min(firstFold_, 31u);
+    const auto bits = static_cast<unsigned>(std::bit_width(capacity) - 1);
+    firstFold_ = std::min(bits, 31u);
+    secondFold_ = std::min(2 * bits, 31u);
+    // With more cells than hashes the upper ones stay free.
+    scatterShift_ = bits > 34 ? 0 : 34 - bits;
     used_ = entries_;
+    farthest_ = 0;
     for (std::size_t i = 0; i < oldCapacity; ++i) {
         if (!isElement(oldCells[i].element)) continue;
+        std::size_t away = 0;
         std::size_t at = home(oldCells[i].hash);
-        while (cells_[at].element != nullptr) at = (at + 1) & (capacity_ - 1);
+        for (; cells_[at].element != nullptr; ++away) at = (at + 1) & (capacity_ - 1);
         cells_[at] = oldCells[i];
+        farthest_ = std::max(farthest_, away);
+        if (away <= kFarthest || scattered_) continue;
+        // The new size lays runs on one another that lay apart: once more from the start.
+        scattered_ = true;
+        std::memset(static_cast<void*>(cells_), 0, capacity_ * sizeof(Cell));
+        farthest_ = 0;
+        i = static_cast<std::size_t>(-1);
     }
     if (oldCells != nullptr) freeArray(reinterpret_cast<Array*>(const_cast<Cell*>(oldCells)) - 1);
     return true;
@@ -107,7 +129,7 @@ PRBCollectable* PRBHashSet::take(Cell* cell) {
 
 void PRBHashSet::clear() {
     if (cells_ != nullptr) std::memset(static_cast<void*>(cells_), 0, capacity_ * sizeof(Cell));
-    entries_ = used_ = 0;
+    entries_ = used_ = farthest_ = 0;
 }
 
 void PRBHashSet::clearAndDestroy() {
@@ -116,5 +138,5 @@ void PRBHashSet::clearAndDestroy() {
         cells_[i].element = nullptr;
         if (isElement(element)) delete element;
     }
-    entries_ = used_ = 0;
+    entries_ = used_ = farthest_ = 0;
 }

@@ -48,6 +48,8 @@ public:
     template <typename Matches, typename Make>
     Inserted insertWith(std::uint32_t hash, const Matches& matches, const Make& make);
     std::size_t entries() const { return entries_; }
+    // The most cells that a search looks at, less one.
+    std::size_t farthest() const { return farthest_; }
     // For walks that know which elements they will look for next: brings the first cells of a
     // hash into the cache, and, once they have come, tells the first element of that hash without
     // touching it; null when there is none.
@@ -106,29 +108,42 @@ protected:
 private:
     static Array* allocateArray(std::size_t capacity);
     std::size_t home(std::uint32_t hash) const {
+        if (scattered_)
+            return std::size_t{((hash >> 2) * kGolden) >> scatterShift_} << 2 | (hash & 3);
         return (hash ^ (hash >> firstFold_) ^ (hash >> secondFold_)) & (capacity_ - 1);
     }
     // Never dereferenced.
     static PRBCollectable* tombstone() { return reinterpret_cast<PRBCollectable*>(kTombstone); }
     static constexpr std::uintptr_t kTombstone = 1;
+    // An element further than this from its first cell shows that two runs of identifiers lie on
+    // one another.
+    static constexpr std::size_t kFarthest = 128;
+    static constexpr std::uint32_t kGolden = 0x9E3779B1; // 2^32 / golden ratio
 
     template <typename Matches> Cell* locateWith(std::uint32_t hash, const Matches& matches) const {
         if (entries_ == 0) return nullptr;
-        for (std::size_t i = home(hash);; i = (i + 1) & (capacity_ - 1)) {
+        std::size_t i = home(hash);
+        for (std::size_t away = 0; away <= farthest_; ++away, i = (i + 1) & (capacity_ - 1)) {
             Cell& cell = cells_[i];
             if (cell.element == nullptr) return nullptr;
             if (cell.hash == hash && isElement(cell.element) && matches(cell.element)) return &cell;
         }
+        return nullptr;
     }
     PRBCollectable* take(Cell* cell); // out of the set
     bool hasRoom() { return (used_ + 1) * 8 <= capacity_ * 5 || grow(); }
     bool grow();
+    bool rebuild(std::size_t capacity); // false when memory is short: all is as it was
+    bool scatter();                     // likewise
 
     Cell* cells_ = nullptr;
     std::size_t capacity_ = 0; // a power of two, or 0 before the first insert
     std::size_t initial_;
     std::size_t entries_ = 0;
-    std::size_t used_ = 0; // entries and tombstones
+    std::size_t used_ = 0;     // entries and tombstones
+    std::size_t farthest_ = 0; // no element lies further from its first cell
+    bool scattered_ = false;
+    unsigned scatterShift_ = 31;
     unsigned firstFold_ = 31, secondFold_ = 31;
 };
 
@@ -137,21 +152,26 @@ PRBHashSet::Inserted PRBHashSet::insertWith(std::uint32_t hash, const Matches& m
                                             const Make& make) {
     if (!hasRoom()) return {nullptr, false};
     Cell* free = nullptr;
+    std::size_t freeAway = 0;
     std::size_t i = home(hash);
-    for (; cells_[i].element != nullptr; i = (i + 1) & (capacity_ - 1)) {
+    for (std::size_t away = 0;; ++away, i = (i + 1) & (capacity_ - 1)) {
         Cell& cell = cells_[i];
-        if (cell.element == tombstone()) {
-            if (free == nullptr) free = &cell;
+        if (!isElement(cell.element)) {
+            if (free == nullptr) {
+                free = &cell;
+                freeAway = away;
+            }
+            if (cell.element == nullptr) break;
         } else if (cell.hash == hash && matches(cell.element)) {
             return {cell.element, false};
         }
+        if (away >= farthest_ && free != nullptr) break;
     }
+    if (freeAway > kFarthest && !scattered_ && scatter()) return insertWith(hash, matches, make);
     PRBCollectable* made = make();
     if (made == nullptr) return {nullptr, false};
-    if (free == nullptr) {
-        free = &cells_[i];
-        ++used_;
-    }
+    if (free->element == nullptr) ++used_;
+    if (freeAway > farthest_) farthest_ = freeAway;
     *free = Cell{made, hash};
     ++entries_;
     return {made, true};

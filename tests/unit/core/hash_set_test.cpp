@@ -198,6 +198,37 @@ TEST(HashSet, comparesLittleAtAMillionElements) {
     EXPECT_EQ(set.find(items[0].get()), nullptr);
 }
 
+// The VM hands identifiers out in runs, and the runs may fall on the same cells: no search may then
+// walk along a whole run.
+TEST(HashSet, runsOfIdentifiersOnOneAnotherAreFoundInFewSteps) {
+    constexpr std::uint32_t kRun = 40000;
+    struct Case {
+        const char* what;
+        std::vector<std::uint32_t> starts;
+    };
+    const Case cases[] = {
+        {"one run", {1}},
+        {"a power of two apart", {1, 1u << 17 | 1, 1u << 18 | 1, 1u << 20 | 1}},
+        {"the upper bits folded in", {1, (1u << 17 | 1u << 20) + 1, 3u << 22, 0x7000'0000}},
+        {"the fold takes the run back", {0x20000, 0x60003, 0xE0007, 0x1E000F}},
+    };
+    for (const Case& row : cases) {
+        PRBHashSet set;
+        std::vector<std::unique_ptr<Item>> items;
+        for (const std::uint32_t start : row.starts)
+            for (std::uint32_t i = 0; i < kRun; ++i)
+                items.push_back(std::make_unique<Item>(start + i));
+        for (const auto& item : items) ASSERT_EQ(set.insert(item.get()), item.get()) << row.what;
+        EXPECT_LT(set.farthest(), 1000u) << row.what;
+        for (const auto& item : items) ASSERT_EQ(set.find(item.get()), item.get()) << row.what;
+        for (const auto& item : items) ASSERT_EQ(set.remove(item.get()), item.get()) << row.what;
+        EXPECT_EQ(set.entries(), 0u) << row.what;
+        for (const auto& item : items) ASSERT_EQ(set.insert(item.get()), item.get()) << row.what;
+        EXPECT_LT(set.farthest(), 1000u) << row.what;
+        set.clear();
+    }
+}
+
 class Registry : public ::testing::Test {
 protected:
     PRBMonitorHashTable table{"_ObjectTable", nullptr, kCallerGuarding};
