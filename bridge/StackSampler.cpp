@@ -40,7 +40,10 @@ jint statusOf(int osState) {
 }
 
 bool isSelf(const ThreadRecord& record) {
-    return record.tid.load(std::memory_order_relaxed) == gettid();
+    // Asked with every allocation: the system is asked once a thread.
+    __attribute__((tls_model("initial-exec"))) static constinit thread_local pid_t own = 0;
+    if (own == 0) own = gettid();
+    return record.tid.load(std::memory_order_relaxed) == own;
 }
 
 } // namespace
