@@ -11,6 +11,8 @@ namespace {
 constexpr int kChainLimit = 32;
 // How often the collecting thread looks again at an owner that is not stuck.
 constexpr long kLookAgainNs = 50 * 1000;
+// Some two microseconds of looking at an owner before sleeping.
+constexpr int kSpins = 40;
 // Waits longer than this (a year) are waits without limit.
 constexpr jlong kLongestWaitMs = jlong{365} * 24 * 3600 * 1000;
 
@@ -177,6 +179,14 @@ void RawMonitor::enter() {
 // The sleeper announces itself in entering_ before its last try, the leaver frees owner_ before
 // it looks at entering_ (both sequentially consistent): one of them sees the other.
 void RawMonitor::enterSlow(MonitorThread& self) {
+    // Most owners go on within a microsecond: to sleep and be woken costs both several.
+    for (int i = 0; i < kSpins && !self.collecting; i++) {
+        MonitorThread* nobody = nullptr;
+        if (!owner_.load(std::memory_order_relaxed) &&
+            owner_.compare_exchange_strong(nobody, &self, std::memory_order_seq_cst))
+            return;
+        __builtin_ia32_pause();
+    }
     MutexGuard guard(mutex_);
     entering_.fetch_add(1, std::memory_order_seq_cst);
     self.waitsFor.store(this, std::memory_order_release);
