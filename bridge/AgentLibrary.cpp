@@ -89,7 +89,7 @@ std::string AgentLibrary::load(const std::string& path) {
     if (loaded) return {};
     const char* reason = dlerror(); // NOLINT(concurrency-mt-unsafe): each thread has its own
     return std::string("cannot load the agent: ") + (reason ? reason : path.c_str()) +
-           ": install the release's files again";
+           ": install the release's files again, or let the process have more memory (ulimit -v)";
 }
 
 std::string AgentLibrary::callOnLoad(JavaVM* vm, const std::string& text) {
