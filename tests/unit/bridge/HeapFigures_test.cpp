@@ -1,6 +1,7 @@
 // A made-up VM with made-up heaps: the switches, the structures and Runtime's answers.
 #include "bridge/HeapFigures.h"
 
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include "FakeSwitches.h"

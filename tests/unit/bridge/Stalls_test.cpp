@@ -95,6 +95,9 @@ struct FakeTool {
         static FakeTool* tool = nullptr;
         return tool;
     }
+    ~FakeTool() { current() = nullptr; }
+    FakeTool(const FakeTool&) = delete;
+    FakeTool& operator=(const FakeTool&) = delete;
     FakeTool() {
         current() = this;
         functions.GetPotentialCapabilities = [](jvmtiEnv*, jvmtiCapabilities* all) {
