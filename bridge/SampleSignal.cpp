@@ -44,7 +44,7 @@ constexpr int kMostWalks = 8;
 
 // Constant while a handler can run.
 std::atomic<AsyncGetCallTraceFn> walker{nullptr};
-CodeRange javaCode;
+CodeBlobs javaCode;
 std::atomic<int> signalNumber{0};
 std::atomic<pid_t> process{0}; // a forked child has the handler, but not this id
 std::atomic<int> ignored{0};   // the signal that uninstall() left ignored
@@ -63,7 +63,7 @@ __attribute__((no_sanitize("address")))
 void walk(SampleSlot& slot, ucontext_t* context, AsyncGetCallTraceFn walkStack) {
     JVMPI_CallTrace trace{slot.env, 0, slot.frames};
     walkStack(&trace, kSampleDepth, context);
-    if (topFrameUnknown(trace.num_frames)) {
+    if (topFrameUnknown(trace.num_frames) && javaCode.searchable()) {
         // In a prologue, an epilogue, or C code without a frame pointer that Java code called
         // directly. Pretend that the function has returned: the pc is the return address, less one
         // to lie within the call instruction.
@@ -72,10 +72,12 @@ void walk(SampleSlot& slot, ucontext_t* context, AsyncGetCallTraceFn walkStack) 
         const greg_t sp = registers[kSp];
         const auto* stack = reinterpret_cast<const std::uintptr_t*>(sp);
         const jint firstResult = trace.num_frames;
-        const bool known = javaCode.known();
+        const CodeRange& range = javaCode.range();
+        const bool known = range.known();
         int walksLeft = kMostWalks;
         for (int k = 0; k < (known ? kSearchWords : kGuessWords); k++) {
-            if (known && !javaCode.contains(stack[k])) continue;
+            if (known && !range.contains(stack[k])) continue;
+            if (!javaCode.isAlive(stack[k] - 1)) continue;
             registers[kPc] = static_cast<greg_t>(stack[k] - 1);
             registers[kSp] = static_cast<greg_t>(reinterpret_cast<std::uintptr_t>(stack + k + 1));
             trace.num_frames = 0;
@@ -159,7 +161,7 @@ void onSample(int, siginfo_t* info, void* context) {
 
 } // namespace
 
-bool SampleSignal::install(AsyncGetCallTraceFn walk, CodeRange code, std::string& problem) {
+bool SampleSignal::install(AsyncGetCallTraceFn walk, const CodeBlobs& code, std::string& problem) {
     if (number() != 0) {
         problem = "the sampling signal is taken already";
         return false;

@@ -10,8 +10,8 @@
 #include <cstdint>
 #include <string>
 
+#include "bridge/CodeBlobs.h"
 #include "bridge/SampleSlot.h"
-#include "bridge/VmStructs.h"
 
 namespace bridge {
 
@@ -19,8 +19,8 @@ class SampleSignal {
 public:
     // Takes SIGRTMIN+6 or the next real-time signal that nobody handles. False if there is none:
     // `problem` says so in one line. One installation at a time in a process. `code` serves to
-    // walk stacks whose top is not Java code (unknown: return addresses are guessed).
-    static bool install(AsyncGetCallTraceFn walk, CodeRange code, std::string& problem);
+    // walk stacks whose top is not Java code (range unknown: return addresses are guessed).
+    static bool install(AsyncGetCallTraceFn walk, const CodeBlobs& code, std::string& problem);
     // From now on the signal is ignored: one that is still under way must not end the process.
     static void uninstall();
     // The number taken; 0 when not installed.

@@ -80,7 +80,9 @@ StackSampler::~StackSampler() {
 
 bool StackSampler::start(std::string& problem) {
     const Call call(*this);
-    installed_ = SampleSignal::install(vm_.asyncGetCallTrace(), vm_.codeRange(), problem);
+    CodeBlobs code;
+    code.resolve(vm_);
+    installed_ = SampleSignal::install(vm_.asyncGetCallTrace(), code, problem);
     signalReady_ = installed_;
     return installed_;
 }

@@ -92,6 +92,7 @@ public:
             return entry.type == type && entry.field == field;
         });
     }
+    const std::vector<Entry>& all() const { return entries; }
     void set(const std::string& name, std::uint64_t value) { words[name] = value; }
 
     VmStructs::SymbolLookup lookup() {

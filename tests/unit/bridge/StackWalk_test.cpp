@@ -77,6 +77,13 @@ TEST_F(StackSamplerTest, TheReturnAddressIntoJavaCodeIsSearched) {
     static std::atomic<std::uintptr_t> tried;
     calls = 0;
     SampleSignal::uninstall();
+    FakeSymbols symbols;
+    symbols.add("CodeCache", "_low_bound", 0, const_cast<std::uintptr_t*>(&low));
+    symbols.add("CodeCache", "_high_bound", 0, const_cast<std::uintptr_t*>(&high));
+    VmStructs described;
+    ASSERT_TRUE(described.resolve(symbols.lookup())) << described.problem();
+    CodeBlobs code;
+    code.resolve(described);
     std::string problem;
     ASSERT_TRUE(SampleSignal::install(
         [](JVMPI_CallTrace* trace, jint, void* context) {
@@ -92,7 +99,7 @@ TEST_F(StackSamplerTest, TheReturnAddressIntoJavaCodeIsSearched) {
             trace->num_frames = 1;
             trace->frames[0] = {0, methodAt(5)};
         },
-        {&low, &high}, problem))
+        code, problem))
         << problem;
     Worker& worker = add([](Worker& self) {
         self.java.setState(VmStructs::kInJava);
