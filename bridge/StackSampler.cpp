@@ -82,6 +82,7 @@ bool StackSampler::start(std::string& problem) {
     const Call call(*this);
     CodeBlobs code;
     code.resolve(vm_);
+    searchesStacks_ = code.searchable();
     installed_ = SampleSignal::install(vm_.asyncGetCallTrace(), code, problem);
     signalReady_ = installed_;
     return installed_;

@@ -90,6 +90,9 @@ public:
     // Takes a signal and installs the handler. False if no signal is free: `problem` says so in
     // one line. Until then (and after a failure) no thread is ever stopped.
     bool start(std::string& problem);
+    // False in a VM whose compiled code cannot be told from dead code: calls out of Java code that
+    // hide their caller are counted without a stack.
+    bool searchesStacks() const { return searchesStacks_; }
     // Gives the signal back: no thread is stopped any more, and threads that are stopped go on.
     // start() may be called again.
     void stop();
@@ -154,6 +157,7 @@ private:
     std::mutex callMutex_;
     bool stopped_ = false; // guarded by callMutex_: a stop is open, the thread-list lock is held
     std::int64_t stoppedAtNs_ = 0;
+    bool searchesStacks_ = true;
     bool installed_ = false;
     bool signalReady_ = false; // signals are answered, as far as we know
     bool lossSeen_ = false;    // in some cycle another handler was in the place of ours

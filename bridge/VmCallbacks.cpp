@@ -218,6 +218,8 @@ std::string wake() {
     std::string problem;
     if (!the.sampler->start(problem)) return problem;
     keepDebugInformation();
+    if (!the.sampler->searchesStacks())
+        noteLimit("samples in native code that Java code called without a frame have no stack");
     if (the.options.protectForks() && !protectHeapFromFork(the.vmStructs))
         noteLimit("the heap is shared with forked children");
     return {};

@@ -65,6 +65,38 @@ TEST_F(StackSamplerTest, AnUnknownTopFrameIsPopped) {
 
 // C code that Java code has called directly, and that keeps no frame pointer: the return address
 // into Java code is searched on the stack, and nothing else is taken for one.
+// A walk that is begun in dead code would end the process.
+TEST_F(StackSamplerTest, WhereDeadCodeCannotBeToldNothingIsSearched) {
+    EXPECT_TRUE(sampler.searchesStacks());
+    SampleSignal::uninstall();
+    FakeSymbols symbols;
+    symbols.add("nmethod", "_stack_traversal_mark", 4);
+    VmStructs described;
+    ASSERT_TRUE(described.resolve(symbols.lookup())) << described.problem();
+    CodeBlobs code;
+    code.resolve(described);
+    static std::atomic<unsigned> walks;
+    walks = 0;
+    std::string problem;
+    ASSERT_TRUE(SampleSignal::install(
+        [](JVMPI_CallTrace* trace, jint, void*) {
+            walks++;
+            trace->num_frames = -6;
+        },
+        code, problem))
+        << problem;
+    add(spin);
+    ASSERT_TRUE(
+        cyclesUntil([&](const std::vector<Sample>&) { return sampler.counters().errors[6] >= 3; }));
+    EXPECT_LE(walks, sampler.counters().errors[6] + 2); // some may be under way
+
+    ThreadTable threads;
+    StackSampler other(threads, described, nullptr);
+    SampleSignal::uninstall();
+    ASSERT_TRUE(other.start(problem)) << problem;
+    EXPECT_FALSE(other.searchesStacks());
+}
+
 TEST_F(StackSamplerTest, TheReturnAddressIntoJavaCodeIsSearched) {
 #if defined(__SANITIZE_ADDRESS__)
     GTEST_SKIP() << "the sanitizer's frames are wider than what is searched";
