@@ -82,7 +82,7 @@ const char* CodeBlobs::blobAt(const char* heap, const Space& memory, std::uintpt
 }
 
 bool CodeBlobs::isAlive(std::uintptr_t pc) const {
-    if (how_ == How::kAlways) return true;
+    if (how_ != How::kLookUp) return how_ == How::kAlways;
     const char* list = readAt<const char*>(static_cast<const char*>(heaps_));
     if (list == nullptr) return false;
     const int count = readAt<int>(list + listLength_);

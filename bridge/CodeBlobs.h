@@ -28,7 +28,6 @@ public:
     // The bounds of all compiled code, where the VM tells them.
     const CodeRange& range() const { return range_; }
     // Whether a stack may be walked from this place in the code. Async-signal-safe.
-    // REQUIRES: searchable().
     bool isAlive(std::uintptr_t pc) const;
 
 private:
