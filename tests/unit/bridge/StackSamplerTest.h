@@ -82,6 +82,7 @@ public:
     std::atomic<std::uint64_t> steps{0};
     std::atomic<int> faults{0};
     std::int64_t cpuNs = 0;
+    std::atomic<std::int64_t> workNs{0}; // CPU time at kWork, by the body's own count
 
 private:
     ThreadTable& threads_;
@@ -115,10 +116,11 @@ inline void burst(Worker& self) {
     while (!self.stop) {
         self.java.place = kWork;
         self.java.setState(VmStructs::kInJava);
-        const std::int64_t until = ownCpuNs() + 200'000;
-        while (ownCpuNs() < until) self.steps++;
+        const std::int64_t from = ownCpuNs();
+        while (ownCpuNs() < from + 200'000) self.steps++;
         self.java.setState(VmStructs::kInNative);
         self.java.place = kRead;
+        self.workNs += ownCpuNs() - from;
         sleep();
     }
 }
@@ -172,22 +174,30 @@ protected:
         int samples = 0;
         int atWork = 0;    // of them, whose trace is kWork
         double charge = 0; // the worker's CPU time in mean cycles, our handlers' included
+        double work = 0;   // the part of it at kWork, where the body counts it
     };
-    // So many cycles, each after a pause.
+    // So many cycles, each after a pause. A sample's price is the mean of the latest cycles, whose
+    // length changes with the machine's load: the charge is summed up in stretches as well.
     template <typename Pause> Tally tally(Worker& worker, int cycles, Pause pause) {
+        constexpr int kStretch = 50;
         cycle();
-        const std::int64_t from = threadCpuNs(worker.java.os.threadId);
-        const std::int64_t started = monotonicNs();
         Tally result;
-        for (int i = 0; i < cycles; i++) {
-            pause();
-            for (const Sample& sample : cycle()) {
-                result.samples++;
-                if (sample.frames == std::vector<jmethodID>{methodAt(kWork)}) result.atWork++;
+        for (int done = 0; done < cycles; done += kStretch) {
+            const std::int64_t cpu = threadCpuNs(worker.java.os.threadId);
+            const std::int64_t work = worker.workNs;
+            const std::int64_t started = monotonicNs();
+            for (int i = 0; i < kStretch; i++) {
+                pause();
+                for (const Sample& sample : cycle()) {
+                    result.samples++;
+                    if (sample.frames == std::vector<jmethodID>{methodAt(kWork)}) result.atWork++;
+                }
             }
+            const double perNs = kStretch / static_cast<double>(monotonicNs() - started);
+            result.charge +=
+                static_cast<double>(threadCpuNs(worker.java.os.threadId) - cpu) * perNs;
+            result.work += static_cast<double>(worker.workNs - work) * perNs;
         }
-        const auto cpu = static_cast<double>(threadCpuNs(worker.java.os.threadId) - from);
-        result.charge = cpu * cycles / static_cast<double>(monotonicNs() - started);
         return result;
     }
 
