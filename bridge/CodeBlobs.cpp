@@ -1,6 +1,6 @@
 #include "bridge/CodeBlobs.h"
 
-#include <cstring>
+#include "bridge/VmMemory.h"
 
 namespace bridge {
 namespace {
@@ -11,12 +11,6 @@ constexpr unsigned char kUnused = 0xFF;    // in the map: no block here
 constexpr int kMostHops = 4096;            // 254 segments a hop
 constexpr std::size_t kBlockAlignment = 8; // the header of a block is filled up to that
 constexpr signed char kInUse = 0;          // nmethod's state
-
-template <typename T> T readAt(const char* place) {
-    T value;
-    std::memcpy(&value, place, sizeof value);
-    return value;
-}
 
 } // namespace
 
@@ -68,7 +62,7 @@ const char* CodeBlobs::blobAt(const char* heap, const Space& memory, std::uintpt
     std::uintptr_t segment = (pc - memory.low) >> shift;
     // Each entry tells how far back the block begins, or how far to go back for another that does.
     for (int hops = 0; hops < kMostHops && map.low + segment < map.high; hops++) {
-        const auto back = readAt<unsigned char>(reinterpret_cast<const char*>(map.low + segment));
+        const auto back = readAt<unsigned char>(reinterpret_cast<const void*>(map.low + segment));
         if (back == kUnused || back > segment) return nullptr;
         if (back != 0) {
             segment -= back;
@@ -83,7 +77,7 @@ const char* CodeBlobs::blobAt(const char* heap, const Space& memory, std::uintpt
 
 bool CodeBlobs::isAlive(std::uintptr_t pc) const {
     if (how_ != How::kLookUp) return how_ == How::kAlways;
-    const char* list = readAt<const char*>(static_cast<const char*>(heaps_));
+    const char* list = readAt<const char*>(heaps_);
     if (list == nullptr) return false;
     const int count = readAt<int>(list + listLength_);
     const char* data = readAt<const char*>(list + listData_);

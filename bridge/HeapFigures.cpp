@@ -1,10 +1,9 @@
 #include "bridge/HeapFigures.h"
 
-#include <cstring>
-
 #include "bridge/BridgeLink.h"
 #include "bridge/Context.h"
 #include "bridge/Jvmti.h"
+#include "bridge/VmMemory.h"
 
 namespace bridge {
 namespace {
@@ -130,10 +129,6 @@ bool verifyWithRuntime(JNIEnv* jni, HeapFigures& figures) {
     return calls.total && calls.free && figures.verify(askRuntime, &calls);
 }
 
-template <typename T> T readAt(const char* place) {
-    return __atomic_load_n(reinterpret_cast<const T*>(place), __ATOMIC_RELAXED);
-}
-
 // One of the fields that a step names.
 struct Field {
     bool found = false;
@@ -167,7 +162,7 @@ const char* walk(const VmStructs& vm, const char* heap, const Path& path) {
         if (!field.found) return nullptr;
         at = field.address ? field.address : at + field.offset;
         if (step.way == Way::kEnd) return at;
-        if (step.way == Way::kFollow) at = readAt<const char*>(at);
+        if (step.way == Way::kFollow) at = loadAt<const char*>(at);
         if (!at) return nullptr;
     }
     return nullptr;
@@ -198,7 +193,7 @@ bool boundOf(const VmStructs& vm, const char* fields, std::size_t& offset) {
 bool HeapFigures::find(const VmStructs& vm, const VmFlags& flags) {
     const void* place = vm.staticAddress("Universe", "_collectedHeap");
     if (!place) return false;
-    const char* heap = readAt<const char*>(static_cast<const char*>(place));
+    const char* heap = loadAt<const char*>(place);
     if (!heap) return false;
     for (const Layout& layout : kLayouts) {
         if (flags.isOn(layout.flag) != true) continue;
@@ -212,7 +207,7 @@ bool HeapFigures::find(const VmStructs& vm, const VmFlags& flags) {
         if (layout.slack) {
             const Field unit = fieldOf(vm, layout.slack);
             if (!unit.address) continue;
-            slack_ = static_cast<jlong>(readAt<std::size_t>(unit.address));
+            slack_ = static_cast<jlong>(loadAt<std::size_t>(unit.address));
         }
         return true;
     }
@@ -222,14 +217,14 @@ bool HeapFigures::find(const VmStructs& vm, const VmFlags& flags) {
 HeapSpace HeapFigures::readUnchecked() const {
     HeapSpace sum{0, 0};
     for (const char* cell : spaces_) {
-        const char* space = readAt<const char*>(cell);
+        const char* space = loadAt<const char*>(cell);
         if (!space) return {};
-        const char* bottom = readAt<const char*>(space + bounds_.bottom);
-        sum.used += readAt<const char*>(space + bounds_.top) - bottom;
-        sum.total += readAt<const char*>(space + bounds_.end) - bottom;
+        const char* bottom = loadAt<const char*>(space + bounds_.bottom);
+        sum.used += loadAt<const char*>(space + bounds_.top) - bottom;
+        sum.total += loadAt<const char*>(space + bounds_.end) - bottom;
     }
-    for (const char* word : used_) sum.used += static_cast<jlong>(readAt<std::size_t>(word));
-    for (const char* word : total_) sum.total += static_cast<jlong>(readAt<std::size_t>(word));
+    for (const char* word : used_) sum.used += static_cast<jlong>(loadAt<std::size_t>(word));
+    for (const char* word : total_) sum.total += static_cast<jlong>(loadAt<std::size_t>(word));
     return sum.used >= 0 && sum.used <= sum.total ? sum : HeapSpace{};
 }
 
@@ -267,9 +262,9 @@ int HeapFigures::spaceOf(const void* address) const {
     if (!verified_.load(std::memory_order_acquire)) return -1;
     const char* at = static_cast<const char*>(address);
     for (std::size_t i = 0; i < spaces_.size(); i++) {
-        const char* space = readAt<const char*>(spaces_[i]);
-        if (space && at >= readAt<const char*>(space + bounds_.bottom) &&
-            at < readAt<const char*>(space + bounds_.end))
+        const char* space = loadAt<const char*>(spaces_[i]);
+        if (space && at >= loadAt<const char*>(space + bounds_.bottom) &&
+            at < loadAt<const char*>(space + bounds_.end))
             return static_cast<int>(i);
     }
     return -1;

@@ -4,22 +4,18 @@
 
 #include <dlfcn.h>
 
+#include "bridge/VmMemory.h"
+
 namespace bridge {
 namespace {
 
 constexpr std::size_t kMostFlags = 100000; // HotSpot has about two thousand
 constexpr std::size_t kWidest = 4096;      // bytes of one flag, or of one entry
 
-template <typename T> T readAt(const char* place) {
-    T value;
-    std::memcpy(&value, place, sizeof value);
-    return value;
-}
-
 std::optional<std::uint64_t> wordOf(const VmStructs::SymbolLookup& lookup, const char* symbol) {
     const void* word = lookup(symbol);
     if (!word) return std::nullopt;
-    const auto value = readAt<std::uint64_t>(static_cast<const char*>(word));
+    const auto value = readAt<std::uint64_t>(word);
     return value > kWidest ? std::nullopt : std::optional(value);
 }
 
@@ -30,7 +26,7 @@ std::size_t sizeOfType(const VmStructs::SymbolLookup& lookup, const char* type) 
     const auto stride = wordOf(lookup, "gHotSpotVMTypeEntryArrayStride");
     const void* start = lookup("gHotSpotVMTypes");
     if (!name || !size || !stride || *stride == 0 || !start) return 0;
-    const char* entry = readAt<const char*>(static_cast<const char*>(start));
+    const char* entry = readAt<const char*>(start);
     for (; entry; entry += *stride) {
         const char* known = readAt<const char*>(entry + *name);
         if (!known) return 0;
@@ -59,9 +55,9 @@ bool VmFlags::resolve(const VmStructs& vm, const VmStructs::SymbolLookup& lookup
     const std::size_t stride = sizeOfType(lookup, "JVMFlag");
     if (!name || !value || !start || !count || stride == 0) return false;
     if (*name + sizeof(void*) > stride || *value + sizeof(void*) > stride) return false;
-    count_ = readAt<std::size_t>(static_cast<const char*>(count));
+    count_ = readAt<std::size_t>(count);
     if (count_ > kMostFlags) return false;
-    flags_ = readAt<const char*>(static_cast<const char*>(start));
+    flags_ = readAt<const char*>(start);
     stride_ = stride;
     name_ = *name;
     value_ = *value;

@@ -5,6 +5,8 @@
 #include <dlfcn.h>
 #include <unistd.h>
 
+#include "bridge/VmMemory.h"
+
 namespace bridge {
 
 namespace {
@@ -27,12 +29,6 @@ constexpr Layout kLayout[] = {
 constexpr std::uint64_t kMaxStride = 4096;
 
 constexpr int kOsRunnable = 2; // OSThread::_state of a thread that runs
-
-template <typename T> T readAt(const char* place) {
-    T value;
-    std::memcpy(&value, place, sizeof value);
-    return value;
-}
 
 } // namespace
 
@@ -70,12 +66,12 @@ bool VmStructs::resolve(const SymbolLookup& lookup) {
 bool VmStructs::readTable(const SymbolLookup& lookup) {
     const void* start = lookup("gHotSpotVMStructs");
     if (!start) return fail("the JVM does not export gHotSpotVMStructs: it is not HotSpot");
-    table_.entries = readAt<const char*>(static_cast<const char*>(start));
+    table_.entries = readAt<const char*>(start);
     if (!table_.entries) return fail("the JVM's table gHotSpotVMStructs is empty");
     for (const Layout& item : kLayout) {
         const void* word = lookup(item.symbol);
         if (!word) return fail(std::string("the JVM does not export ") + item.symbol);
-        table_.*item.word = readAt<std::uint64_t>(static_cast<const char*>(word));
+        table_.*item.word = readAt<std::uint64_t>(word);
         if (table_.*item.word > kMaxStride) {
             return fail(std::string("the JVM exports an impossible ") + item.symbol);
         }
@@ -143,7 +139,7 @@ int VmStructs::osThreadState(const void* javaThread) const {
 }
 
 bool VmStructs::sameFunctions(JNIEnv* env) const {
-    return env && readAt<const void*>(reinterpret_cast<const char*>(env)) == functions_;
+    return env && readAt<const void*>(env) == functions_;
 }
 
 bool VmStructs::verify(JNIEnv* self, jlong eetop) {
@@ -156,7 +152,7 @@ bool VmStructs::verify(JNIEnv* self, jlong eetop) {
         return fail("Thread.eetop and the thread's JNIEnv do not belong together");
     }
     envDelta_ = env - javaThread;
-    functions_ = readAt<const void*>(reinterpret_cast<const char*>(self));
+    functions_ = readAt<const void*>(self);
     const void* thread = reinterpret_cast<const void*>(javaThread);
     if (osThreadId(thread) != gettid()) {
         return fail("OSThread::_thread_id is not the thread's id");
