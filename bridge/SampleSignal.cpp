@@ -3,6 +3,7 @@
 #include <atomic>
 #include <cerrno>
 #include <csignal>
+#include <forward_list>
 
 #include <sys/syscall.h>
 #include <ucontext.h>
@@ -42,9 +43,10 @@ constexpr int kGuessWords = 6;
 // Walks that are tried at most.
 constexpr int kMostWalks = 8;
 
-// Constant while a handler can run.
+// Constant while a handler can be entered. One that was entered before the signal was given back
+// may still run when it is taken again.
 std::atomic<AsyncGetCallTraceFn> walker{nullptr};
-CodeBlobs javaCode;
+std::atomic<const CodeBlobs*> javaCode{nullptr};
 std::atomic<int> signalNumber{0};
 std::atomic<pid_t> process{0}; // a forked child has the handler, but not this id
 std::atomic<int> ignored{0};   // the signal that uninstall() left ignored
@@ -63,7 +65,8 @@ __attribute__((no_sanitize("address")))
 void walk(SampleSlot& slot, ucontext_t* context, AsyncGetCallTraceFn walkStack) {
     JVMPI_CallTrace trace{slot.env, 0, slot.frames};
     walkStack(&trace, kSampleDepth, context);
-    if (topFrameUnknown(trace.num_frames) && javaCode.searchable()) {
+    const CodeBlobs& code = *javaCode.load(std::memory_order_acquire);
+    if (topFrameUnknown(trace.num_frames) && code.searchable()) {
         // In a prologue, an epilogue, or C code without a frame pointer that Java code called
         // directly. Pretend that the function has returned: the pc is the return address, less one
         // to lie within the call instruction.
@@ -72,12 +75,12 @@ void walk(SampleSlot& slot, ucontext_t* context, AsyncGetCallTraceFn walkStack) 
         const greg_t sp = registers[kSp];
         const auto* stack = reinterpret_cast<const std::uintptr_t*>(sp);
         const jint firstResult = trace.num_frames;
-        const CodeRange& range = javaCode.range();
+        const CodeRange& range = code.range();
         const bool known = range.known();
         int walksLeft = kMostWalks;
         for (int k = 0; k < (known ? kSearchWords : kGuessWords); k++) {
             if (known && !range.contains(stack[k])) continue;
-            if (!javaCode.isAlive(stack[k] - 1)) continue;
+            if (!code.isAlive(stack[k] - 1)) continue;
             registers[kPc] = static_cast<greg_t>(stack[k] - 1);
             registers[kSp] = static_cast<greg_t>(reinterpret_cast<std::uintptr_t>(stack + k + 1));
             trace.num_frames = 0;
@@ -159,6 +162,12 @@ void onSample(int, siginfo_t* info, void* context) {
 
 // ------------------------------------------------------------------------------------------------
 
+// Of every install(): never freed, not at the end of the process either.
+const CodeBlobs& kept(const CodeBlobs& code) {
+    static std::forward_list<CodeBlobs>& all = *new std::forward_list<CodeBlobs>;
+    return all.emplace_front(code);
+}
+
 } // namespace
 
 bool SampleSignal::install(AsyncGetCallTraceFn walk, const CodeBlobs& code, std::string& problem) {
@@ -173,7 +182,7 @@ bool SampleSignal::install(AsyncGetCallTraceFn walk, const CodeBlobs& code, std:
                           (present.sa_handler == SIG_DFL ||
                            (present.sa_handler == SIG_IGN && candidate == ignored.load()));
         if (!free) continue;
-        javaCode = code;
+        javaCode.store(&kept(code), std::memory_order_release);
         walker.store(walk, std::memory_order_relaxed);
         process.store(getpid(), std::memory_order_relaxed);
         struct sigaction ours {};

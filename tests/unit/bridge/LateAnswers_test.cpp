@@ -173,17 +173,20 @@ TEST_F(LateAnswers, ThreadsThatEndBeforeTheNextCycleAreChargedToTheirWork) {
             self.java.setState(VmStructs::kInJava);
             self.java.place = kRead; // a little of something else, first and last
             self.enter();
+            const std::int64_t from = ownCpuNs();
             pthread_sigmask(SIG_BLOCK, &all, &old);
             self.java.place = kWork;
-            const std::int64_t until = ownCpuNs() + 1'000'000;
-            while (ownCpuNs() < until) self.steps++;
+            while (ownCpuNs() < from + 1'000'000) self.steps++;
             pthread_sigmask(SIG_SETMASK, &old, nullptr);
             self.java.place = kRead;
+            self.workNs += ownCpuNs() - from;
             self.leave();
         }
     });
     const Tally tallied = tally(worker, 500, [] { sleepMs(2); });
-    EXPECT_NEAR(tallied.samples, tallied.charge, 0.15 * tallied.charge + 5);
+    // To come and to go takes time as well, which is no thread's. A cycle pays for two of those
+    // that have gone: after a stall of the sampler the payment stretches over many cycles.
+    EXPECT_NEAR(tallied.samples, tallied.work, 0.25 * tallied.work + 5);
     EXPECT_GT(tallied.atWork, tallied.samples * 8 / 10) << "left " << sampler.counters().leftTraces;
     EXPECT_EQ(sampler.counters().timeouts, 0u);
 }
