@@ -55,6 +55,8 @@ void* PRBRecordPool::take() noexcept {
         record = chunk->free;
         ASAN_UNPOISON_MEMORY_REGION(record, stride_);
         chunk->free = chunk->free->next;
+        // The one to be taken next was last touched long ago: it comes while others work.
+        __builtin_prefetch(chunk->free, 1);
     } else {
         --chunk->fresh;
         record = reinterpret_cast<char*>(chunk) + kHeader +
