@@ -26,11 +26,24 @@ State& state() {
 
 std::uintptr_t self() { return static_cast<std::uintptr_t>(pthread_self()); }
 
-// Out of the registry and of the snapshot; deleted when no reader can see it.
-void removeEnded(PRBMonitorHashTable& all, PRBJavaThread* thread) {
-    all.remove(thread);
-    PRBThreadSnapshot::publish(all);
-    PRBThreadSnapshot::retire(thread);
+// The oldest ended thread when there are too many, out of the registry; null when there are not.
+PRBJavaThread* removeOldest(PRBMonitorHashTable& all) {
+    PRBSlist& ended = state().ended;
+    if (ended.entries() <= PRBThreadRegistry::kMostEnded) return nullptr;
+    auto* oldest = static_cast<PRBJavaThread*>(ended.get());
+    all.remove(oldest);
+    return oldest;
+}
+
+// Each start replaces a snapshot of all threads. Nobody else reclaims them while nobody polls and
+// nothing is sampled. REQUIRES: no registry held.
+void reclaimNowAndThen() {
+    constexpr std::uint32_t kMany = 64;
+    static std::atomic<std::uint32_t> next{kMany};
+    if (PRBReclaimer::pending() < next.load(std::memory_order_relaxed)) return;
+    PRBReclaimer::reclaim();
+    // A long data return puts it off: what is left is not tried each time.
+    next.store(PRBReclaimer::pending() + kMany, std::memory_order_relaxed);
 }
 
 } // namespace
@@ -55,15 +68,15 @@ PRBJavaThread* PRBThreadRegistry::enter(PRBJavaThread* thread) {
             stored = nullptr;
         }
         if (stored == nullptr) {
-            PRBSlist& ended = state().ended;
-            if (ended.entries() > kMostEnded)
-                removeEnded(*all, static_cast<PRBJavaThread*>(ended.get()));
+            PRBJavaThread* gone = removeOldest(*all);
             stored = static_cast<PRBJavaThread*>(all->insert(thread));
             if (stored != nullptr) active->insert(stored);
-            PRBThreadSnapshot::publish(*all);
+            if (PRBThreadSnapshot::publish(*all, *active) && gone != nullptr)
+                PRBThreadSnapshot::retire(gone);
         }
     }
     if (stored != thread) delete thread;
+    reclaimNowAndThen();
     return stored;
 }
 
@@ -77,7 +90,6 @@ void PRBThreadRegistry::end(PRBJavaThread* thread) {
     if (thread->getThreadState() != kThreadEnded) state().ended.insert(thread);
     thread->setThreadState(kThreadEnded);
     std::erase_if(state().handles, [thread](const auto& noted) { return noted.second == thread; });
-    PRBThreadSnapshot::publish(*all);
     allLock.release();
     activeLock.release();
 }
@@ -85,19 +97,22 @@ void PRBThreadRegistry::end(PRBJavaThread* thread) {
 void PRBThreadRegistry::purgeEnded() {
     PRBTraceScope trace(PRBTraceClass::kMain, PRBComponent::kMonitorGlobal,
                         "PRBMonitorGlobal::purgeEndedThreads");
+    PRBMonitorHashTable* active = PRBContext::getActiveThreadTable();
     PRBMonitorHashTable* all = PRBContext::getThreadTable();
-    if (all == nullptr) return;
+    if (active == nullptr || all == nullptr) return;
     PRBOrdered gone;
+    bool published = true;
     {
+        PRBTableLock activeLock(*active);
         PRBTableWalk walk(*all);
         while (PRBCollectable* item = walk())
             if (static_cast<PRBJavaThread*>(item)->getThreadState() == kThreadEnded)
                 gone.insert(item);
         for (std::size_t i = 0; i < gone.entries(); ++i) all->remove(gone.at(i));
         state().ended.clear();
-        if (gone.entries() != 0) PRBThreadSnapshot::publish(*all);
+        if (gone.entries() != 0) published = PRBThreadSnapshot::publish(*all, *active);
     }
-    for (std::size_t i = 0; i < gone.entries(); ++i)
+    for (std::size_t i = 0; published && i < gone.entries(); ++i)
         PRBThreadSnapshot::retire(static_cast<PRBJavaThread*>(gone.at(i)));
     PRBReclaimer::reclaim();
 }

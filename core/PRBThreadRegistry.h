@@ -10,7 +10,7 @@
 class PRBJavaThread;
 
 // Changes are made under "_ActiveThreadTable" and "_ThreadTable", neither of which is ever wanted
-// inside a collection. Every change publishes a new PRBThreadSnapshot.
+// inside a collection. What comes or is purged is published in a new PRBThreadSnapshot.
 namespace PRBThreadRegistry {
 
 // Ended threads that nobody polls are kept up to this number; then the oldest goes.

@@ -22,8 +22,8 @@ std::size_t slotOf(const JNIEnv* env) {
 
 } // namespace
 
-PRBThreadSnapshot* PRBThreadSnapshot::make(std::size_t threads) {
-    std::size_t slots = std::bit_ceil(std::max<std::size_t>(16, threads * 2));
+PRBThreadSnapshot* PRBThreadSnapshot::make(std::size_t threads, std::size_t active) {
+    std::size_t slots = std::bit_ceil(std::max<std::size_t>(16, active * 2));
     // NOLINTNEXTLINE(bugprone-sizeof-expression): an array of pointers
     std::size_t bytes = sizeof(PRBThreadSnapshot) + (threads + slots) * sizeof(PRBJavaThread*);
     void* block = PRBMemoryManager::allocate(bytes);
@@ -42,21 +42,21 @@ void PRBThreadSnapshot::destroy(void* snapshot) {
     PRBMemoryManager::release(snapshot, static_cast<PRBThreadSnapshot*>(snapshot)->bytes_);
 }
 
-void PRBThreadSnapshot::publish(PRBMonitorHashTable& threadTable) {
-    std::size_t threads = threadTable.entries();
-    PRBThreadSnapshot* next = make(threads);
-    if (next == nullptr) return;
-    PRBHashSet::Iterator walk(threadTable);
-    while (auto* thread = static_cast<PRBJavaThread*>(walk())) {
-        if (next->size_ == threads) break;
+bool PRBThreadSnapshot::publish(PRBMonitorHashTable& threads, PRBMonitorHashTable& active) {
+    PRBThreadSnapshot* next = make(threads.entries(), active.entries());
+    if (next == nullptr) return false;
+    PRBHashSet::Iterator every(threads);
+    while (auto* thread = static_cast<PRBJavaThread*>(every()))
         next->threads_[next->size_++] = thread;
-        if (thread->getThreadState() == kThreadEnded) continue;
+    PRBHashSet::Iterator running(active);
+    while (auto* thread = static_cast<PRBJavaThread*>(running())) {
         std::size_t slot = slotOf(thread->getEnvId()) & next->mask_;
         while (next->byEnv_[slot] != nullptr) slot = (slot + 1) & next->mask_;
         next->byEnv_[slot] = thread;
     }
     const PRBThreadSnapshot* old = current.exchange(next, std::memory_order_seq_cst);
     PRBReclaimer::retire(const_cast<PRBThreadSnapshot*>(old), destroy);
+    return true;
 }
 
 void PRBThreadSnapshot::retire(PRBJavaThread* thread) { PRBReclaimer::retire(thread); }
