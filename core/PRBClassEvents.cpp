@@ -4,6 +4,7 @@
 #include "runtime/PRBJavaClass.h"
 #include "runtime/PRBJavaMethod.h"
 #include "runtime/PRBJavaThread.h"
+#include "runtime/PRBReclaimer.h"
 #include "runtime/PRBThreadSnapshot.h"
 #include "runtime/PRBUnloadedRecords.h"
 
@@ -58,10 +59,13 @@ void PRBEventHandlers::HandleClassLoad(JVMPI_Event* event) {
     PRBMonitorHashTable* methods = PRBContext::getMethodTable();
     const auto& load = event->u.class_load;
     if (classes == nullptr || methods == nullptr || load.class_id == nullptr) return;
-    Locks locks(Locks::kClass | Locks::kMethod);
-    PRBJavaClass* cls = learnClass(*classes, event);
-    if (cls == nullptr || load.methods == nullptr) return;
-    for (jint i = 0; i < load.num_methods; ++i) learnMethod(*methods, cls, load.methods[i]);
+    {
+        Locks locks(Locks::kClass | Locks::kMethod);
+        PRBJavaClass* cls = learnClass(*classes, event);
+        if (cls == nullptr || load.methods == nullptr) return;
+        for (jint i = 0; i < load.num_methods; ++i) learnMethod(*methods, cls, load.methods[i]);
+    }
+    PRBReclaimer::reclaimIfMany(); // classes that were unloaded
 }
 
 // Threads are told with no registry held: each takes a lock of its own that others hold while

@@ -35,17 +35,6 @@ PRBJavaThread* removeOldest(PRBMonitorHashTable& all) {
     return oldest;
 }
 
-// Each start replaces a snapshot of all threads. Nobody else reclaims them while nobody polls and
-// nothing is sampled. REQUIRES: no registry held.
-void reclaimNowAndThen() {
-    constexpr std::uint32_t kMany = 64;
-    static std::atomic<std::uint32_t> next{kMany};
-    if (PRBReclaimer::pending() < next.load(std::memory_order_relaxed)) return;
-    PRBReclaimer::reclaim();
-    // A long data return puts it off: what is left is not tried each time.
-    next.store(PRBReclaimer::pending() + kMany, std::memory_order_relaxed);
-}
-
 } // namespace
 
 PRBJavaThread* PRBThreadRegistry::enter(PRBJavaThread* thread) {
@@ -76,7 +65,7 @@ PRBJavaThread* PRBThreadRegistry::enter(PRBJavaThread* thread) {
         }
     }
     if (stored != thread) delete thread;
-    reclaimNowAndThen();
+    PRBReclaimer::reclaimIfMany(); // each start replaces a snapshot
     return stored;
 }
 

@@ -13,6 +13,7 @@ std::atomic<std::uint32_t> PRBReclaimer::epoch{0};
 std::atomic<std::uint32_t> PRBReclaimer::readers[2] = {};
 std::atomic<PRBReclaimer::Node*> PRBReclaimer::retired{nullptr};
 std::atomic<std::uint32_t> PRBReclaimer::count{0};
+std::atomic<std::uint32_t> PRBReclaimer::many{kMany};
 std::atomic<bool> PRBReclaimer::reclaiming{false};
 
 PRBReclaimer::Reader::Reader() {
@@ -80,6 +81,13 @@ void PRBReclaimer::reclaim() {
         delete node;
         count.fetch_sub(1, std::memory_order_relaxed);
     }
+}
+
+void PRBReclaimer::reclaimIfMany() {
+    if (pending() < many.load(std::memory_order_relaxed)) return;
+    reclaim();
+    // A long data return puts it off: what is left is not walked over with every event.
+    many.store(pending() + kMany, std::memory_order_relaxed);
 }
 
 std::uint32_t PRBReclaimer::pending() { return count.load(std::memory_order_relaxed); }

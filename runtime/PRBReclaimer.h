@@ -34,16 +34,21 @@ public:
     // Deletes what no reader can see any more; bounded by what was retired. Runs the destructors
     // on this thread. REQUIRES: no registry held, not inside a collection pause.
     static void reclaim();
+    // The same once some 64 things have come together since the last time. For events that make
+    // others retire things: the sampler and the polls reclaim, but there may be neither.
+    static void reclaimIfMany();
     // Things retired and not deleted yet.
     static std::uint32_t pending();
 
 private:
+    static constexpr std::uint32_t kMany = 64;
     struct Node;
     static bool advance();
     static std::atomic<std::uint32_t> epoch;
     static std::atomic<std::uint32_t> readers[2];
     static std::atomic<Node*> retired;
     static std::atomic<std::uint32_t> count;
+    static std::atomic<std::uint32_t> many; // when reclaimIfMany() acts next
     static std::atomic<bool> reclaiming;
 };
 

@@ -12,7 +12,8 @@ class PRBMonitorHashTable;
 
 // Immutable once published. Readers: the data return, validation of handles, object-free events
 // (inside a collection pause too). Writers: thread start, purge. That a thread has ended its state
-// tells: ten thousand ended ones, which nobody polls, must not cost each thread that comes and goes.
+// tells: ten thousand ended ones, which nobody polls, must not cost each thread that comes and
+// goes.
 class PRBThreadSnapshot {
 public:
     // A view that stays valid, with its threads, as long as it lives.

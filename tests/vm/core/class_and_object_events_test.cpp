@@ -8,6 +8,7 @@
 #include "runtime/PRBUnloadedRecords.h"
 #include "tests/vm/core/CoreTest.h"
 
+#include <algorithm>
 #include <cstring>
 
 using namespace scripted;
@@ -189,6 +190,17 @@ TEST_F(Events, anUnloadRemovesTheClassItsMethodsAndTheirFrequencies) {
     thread->purgeMethodFrequencyObjects();
     EXPECT_EQ(thread->getMethodFrequencyTable()->entries(), 0u);
     vm.send.classUnload(worker, order.id()); // unknown now
+}
+
+TEST_F(Events, classesThatComeAndGoLeaveNothingBehindWhereNobodyPolls) {
+    vm.recorder().setRecording(false);
+    std::uint32_t pending = 0; // at most
+    for (int i = 0; i < 300; ++i) {
+        vm.send.classLoad(worker, order);
+        vm.send.classUnload(worker, order.id());
+        pending = std::max(pending, PRBReclaimer::pending());
+    }
+    EXPECT_LE(pending, 80u);
 }
 
 TEST_F(Events, anAllocationIsRecordedAndCounted) {
