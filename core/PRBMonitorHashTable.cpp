@@ -12,8 +12,9 @@ constexpr std::size_t kAhead = 8; // cells: an element that comes from memory ta
 } // namespace
 
 PRBMonitorHashTable::PRBMonitorHashTable(const char* name, JVMPI_Interface* jvmpi,
-                                         _SerializationType serialization)
-    : serializationType(serialization),
+                                         _SerializationType serialization, std::size_t buckets)
+    : PRBHashSet(buckets),
+      serializationType(serialization),
       monitor(serialization == kSelfGuarding ? new PRBJavaRawMonitor(name, jvmpi) : nullptr) {
     Scope trace(kTraceClass, kName, "PRBMonitorHashTable constructor");
 }

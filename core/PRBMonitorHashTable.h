@@ -22,8 +22,14 @@ enum _SerializationType : int {
 // holds the table through lock() or an iterator may call them).
 class PRBMonitorHashTable : public PRBHashSet, public PRBMemoryManager {
 public:
+    // For a table that each thread has: few of its methods are ever seen, and thousands of threads
+    // with room for two thousand each would need more memory than all else together.
+    static constexpr std::size_t kThreadBuckets = 16;
+
+    // `buckets`: those of the first insertion; they double from there.
     PRBMonitorHashTable(const char* name, JVMPI_Interface* jvmpi,
-                        _SerializationType serialization = kSelfGuarding);
+                        _SerializationType serialization = kSelfGuarding,
+                        std::size_t buckets = kInitialBuckets);
     ~PRBMonitorHashTable(); // forgets the elements, destroys the monitor
 
     PRBCollectable* find(const PRBCollectable* key) const;

@@ -60,7 +60,9 @@ PRBJavaThread::PRBJavaThread(const char* threadName, const char* group, const ch
     stack =
         static_cast<StackEntry*>(PRBMemoryManager::allocate(bytesOfStack(kInitialStackEntries)));
     if (stack != nullptr) stackCapacity = kInitialStackEntries;
-    frequencyTable.reset(new PRBMonitorHashTable("Thread Method Frequency Table", nullptr));
+    frequencyTable.reset(new PRBMonitorHashTable("Thread Method Frequency Table", nullptr,
+                                                 kSelfGuarding,
+                                                 PRBMonitorHashTable::kThreadBuckets));
     pendingQueueLock.reset(new PRBJavaRawMonitor("PendingMethodRemoveQueueLock", nullptr));
     if (PRBTrace::isDebugEnabled(kName))
         PRBTrace::log("New thread " PRB_PTR " discovered. ThreadEnvId = " PRB_PTR

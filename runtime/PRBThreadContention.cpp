@@ -84,7 +84,8 @@ void PRBJavaThread::newContentionEvent(jobjectID classId, jmethodID method, _Mon
                                        timeval& start) {
     PRBMonitorHashTable* table = getContentionTable();
     if (table == nullptr) {
-        table = new PRBMonitorHashTable("_Contention_Table", nullptr);
+        table = new PRBMonitorHashTable("_Contention_Table", nullptr, kSelfGuarding,
+                                        PRBMonitorHashTable::kThreadBuckets);
         if (table == nullptr) return;
         contentionTable.store(table, std::memory_order_release);
     }

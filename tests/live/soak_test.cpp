@@ -36,19 +36,44 @@ protected:
         return soak == nullptr ? 3 : std::max(3, std::atoi(soak) / kPrograms);
     }
 
-    // The agent's own bytes, poll by poll.
+    // What a thread's record counts for: its method stack of 500 entries, and the rest.
+    static constexpr double kBytesOfThread = 36 * 1024;
+
+    // The agent's own bytes, poll by poll, without the records of the poll's threads: how many come
+    // and go in a second changes with the machine's load.
     static std::vector<double> memory(const std::string& capture) {
         const prb::Captured decoded = run({prb(), "decode", capture}, 600);
         EXPECT_EQ(decoded.exitCode, 0) << decoded.err;
         std::vector<double> bytes;
+        double threads = 0; // of the poll
         std::istringstream lines(decoded.out);
         for (std::string line; std::getline(lines, line);) {
+            if (line.find("\"type\":10,") != std::string::npos) threads++;
+            if (line.find("\"type\":998,") != std::string::npos) threads = 0;
             if (line.find("\"type\":18,") == std::string::npos) continue;
             const nlohmann::json record = nlohmann::json::parse(line);
             for (const auto& field : record["fields"])
-                if (field["name"] == "agentBytes") bytes.push_back(field["value"].get<double>());
+                if (field["name"] == "agentBytes")
+                    bytes.push_back(
+                        std::max(0.0, field["value"].get<double>() - threads * kBytesOfThread));
         }
         return bytes;
+    }
+
+    // The least of each of `parts` stretches of a run. Records of allocations come and go with
+    // collections and polls: it is the least that must not grow.
+    static std::vector<double> least(const std::vector<double>& bytes, std::size_t parts) {
+        std::vector<double> result;
+        for (std::size_t i = 0; i < parts; i++)
+            result.push_back(*std::min_element(
+                bytes.begin() + static_cast<std::ptrdiff_t>(bytes.size() * i / parts),
+                bytes.begin() + static_cast<std::ptrdiff_t>(bytes.size() * (i + 1) / parts)));
+        return result;
+    }
+
+    static double median(std::vector<double> values) {
+        std::sort(values.begin(), values.end());
+        return values[values.size() / 2];
     }
 
     // 0 without the text.
@@ -57,19 +82,22 @@ protected:
         return at == std::string::npos ? 0 : std::atof(output.c_str() + at + text.size());
     }
 
-    // The last quarter of a run beside the second one; the first is warm-up. Records of allocations
-    // and of ended threads come and go with collections and polls: it is the least that must not
-    // grow. Of an unloaded class whose objects were told some hundred bytes stay.
+    // The median of the growths between any two stretches of the run after its first third, which
+    // is warm-up: one in which the machine was busy with something else does not count. Of an
+    // unloaded class whose objects were told some hundred bytes stay.
     static void expectNoGrowth(const std::string& capture, double unloaded) {
+        constexpr std::size_t kParts = 12;
         const std::vector<double> bytes = memory(capture);
-        const auto quarter = static_cast<std::ptrdiff_t>(bytes.size() / 4);
-        ASSERT_GE(quarter, 5);
-        const double early =
-            *std::min_element(bytes.begin() + quarter, bytes.begin() + 2 * quarter);
-        const double late = *std::min_element(bytes.end() - quarter, bytes.end());
-        std::printf("agent's memory: %.1f MiB early, %.1f MiB late\n", early / 1048576,
-                    late / 1048576);
-        EXPECT_LT(late, 1.25 * early + 2 * 1048576 + unloaded * kBytesOfUnloaded);
+        ASSERT_GE(bytes.size(), 3 * kParts);
+        const std::vector<double> low = least(bytes, kParts);
+        std::vector<double> growths; // in bytes a run
+        for (std::size_t i = kParts / 3; i < kParts; i++)
+            for (std::size_t j = i + 1; j < kParts; j++)
+                growths.push_back((low[j] - low[i]) / static_cast<double>(j - i) * kParts);
+        const double growth = median(growths);
+        std::printf("agent's memory: %.1f MiB, grows by %.1f MiB a run\n", median(low) / 1048576,
+                    growth / 1048576);
+        EXPECT_LT(growth, 0.25 * median(low) + 2 * 1048576 + unloaded * kBytesOfUnloaded);
     }
 
     Profiled runUnder(std::vector<std::string> program) {

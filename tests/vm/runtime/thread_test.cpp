@@ -185,6 +185,15 @@ TEST_F(Thread, aFreeAfterASampleDoesNotMakeTheNetCountNegative) {
     EXPECT_EQ(model.getCounters().netObjects, 1);
 }
 
+// Beside its method stack, that is: servers have thousands of threads.
+TEST_F(Thread, aThreadThatWasSeenInOneMethodCostsLittle) {
+    auto [scripted, model] = startThread("worker");
+    ScriptedClass& cls = makeClass("com/x/A", {"run"});
+    const std::uint32_t before = PRBMemoryManager::getCurrentAllocation();
+    model.findMethodFrequency(cls.methodId("run"));
+    EXPECT_LT(PRBMemoryManager::getCurrentAllocation() - before, 1500u);
+}
+
 TEST_F(Thread, anAllocationIsChargedToAnExistingRecordOnly) {
     auto [scripted, model] = startThread("worker");
     ScriptedClass& cls = makeClass("com/x/A", {"run", "other"});
