@@ -36,12 +36,12 @@ protected:
         return soak == nullptr ? 3 : std::max(3, std::atoi(soak) / kPrograms);
     }
 
-    // What a thread's record counts for: its method stack of 500 entries, and the rest.
-    static constexpr double kBytesOfThread = 36 * 1024;
+    // Of a thread's record: its method stack of 500 entries, which is nearly all of it.
+    double bytesOfThread() const { return 500 * (jdk().bits == 64 ? 64 : 44); }
 
     // The agent's own bytes, poll by poll, without the records of the poll's threads: how many come
     // and go in a second changes with the machine's load.
-    static std::vector<double> memory(const std::string& capture) {
+    std::vector<double> memory(const std::string& capture) const {
         const prb::Captured decoded = run({prb(), "decode", capture}, 600);
         EXPECT_EQ(decoded.exitCode, 0) << decoded.err;
         std::vector<double> bytes;
@@ -54,8 +54,7 @@ protected:
             const nlohmann::json record = nlohmann::json::parse(line);
             for (const auto& field : record["fields"])
                 if (field["name"] == "agentBytes")
-                    bytes.push_back(
-                        std::max(0.0, field["value"].get<double>() - threads * kBytesOfThread));
+                    bytes.push_back(field["value"].get<double>() - threads * bytesOfThread());
         }
         return bytes;
     }
@@ -85,7 +84,7 @@ protected:
     // The median of the growths between any two stretches of the run after its first third, which
     // is warm-up: one in which the machine was busy with something else does not count. Of an
     // unloaded class whose objects were told some hundred bytes stay.
-    static void expectNoGrowth(const std::string& capture, double unloaded) {
+    void expectNoGrowth(const std::string& capture, double unloaded) const {
         constexpr std::size_t kParts = 12;
         const std::vector<double> bytes = memory(capture);
         ASSERT_GE(bytes.size(), 3 * kParts);
@@ -97,7 +96,8 @@ protected:
         const double growth = median(growths);
         std::printf("agent's memory: %.1f MiB, grows by %.1f MiB a run\n", median(low) / 1048576,
                     growth / 1048576);
-        EXPECT_LT(growth, 0.25 * median(low) + 2 * 1048576 + unloaded * kBytesOfUnloaded);
+        EXPECT_LT(growth,
+                  0.25 * std::max(0.0, median(low)) + 2 * 1048576 + unloaded * kBytesOfUnloaded);
     }
 
     Profiled runUnder(std::vector<std::string> program) {
