@@ -81,13 +81,12 @@ void PRBReclaimer::reclaim() {
         delete node;
         count.fetch_sub(1, std::memory_order_relaxed);
     }
+    // A long data return puts it off: what is left is not walked over with every event.
+    many.store(pending() + kMany, std::memory_order_relaxed);
 }
 
 void PRBReclaimer::reclaimIfMany() {
-    if (pending() < many.load(std::memory_order_relaxed)) return;
-    reclaim();
-    // A long data return puts it off: what is left is not walked over with every event.
-    many.store(pending() + kMany, std::memory_order_relaxed);
+    if (pending() >= many.load(std::memory_order_relaxed)) reclaim();
 }
 
 std::uint32_t PRBReclaimer::pending() { return count.load(std::memory_order_relaxed); }

@@ -226,8 +226,13 @@ TEST_F(ThreadEvents, whatThreadsLeaveBehindGoesAfterALongDataReturn) {
         for (std::uintptr_t i = 0; i < 500; ++i) comeAndGo(i);
         EXPECT_GE(PRBReclaimer::pending(), 490u); // the data return may look at any of them
     }
-    for (std::uintptr_t i = 500; i < 700; ++i) comeAndGo(i);
-    EXPECT_LE(PRBReclaimer::pending(), 200u);
+    for (int i = 0; i < 3; ++i) PRBReclaimer::reclaim(); // as the data return does at its end
+    std::uint32_t pending = 0;                           // at most
+    for (std::uintptr_t i = 500; i < 800; ++i) {
+        comeAndGo(i);
+        pending = std::max(pending, PRBReclaimer::pending());
+    }
+    EXPECT_LE(pending, 200u) << "what once could not go raises no bound for ever";
 }
 
 TEST_F(ThreadEvents, handlesAreAddressesOrNotedPosixIds) {
