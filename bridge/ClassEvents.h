@@ -26,7 +26,7 @@ public:
     // many there were.
     static size_t giveIds(JNIEnv* jni);
 
-    // The VM's callbacks. unloaded() may run where JNI is forbidden.
+    // What the VM has prepared and freed.
     static void prepared(JNIEnv* jni, jclass mirror);
     static void unloaded(uint32_t id);
 

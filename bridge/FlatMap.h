@@ -57,6 +57,16 @@ public:
             if (slot.key != Key{}) work(slot.key, slot.value);
     }
 
+    // Calls work(key, value) for each entry from a place on until it answers false; answers the
+    // place to go on from, 0 when there are no more. Entries that change places between two calls
+    // may be left out.
+    template <class Work> size_t forEachFrom(size_t place, Work work) const {
+        for (; place < slots_.size(); place++)
+            if (slots_[place].key != Key{} && !work(slots_[place].key, slots_[place].value))
+                return (place + 1) % slots_.size();
+        return 0;
+    }
+
     size_t size() const { return count_; }
     size_t bytes() const { return slots_.capacity() * sizeof(Slot); }
 

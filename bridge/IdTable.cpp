@@ -48,6 +48,16 @@ std::vector<jweak> IdTable::references() const {
     return all;
 }
 
+size_t IdTable::copy(size_t& place, Entry* to, size_t room) const {
+    std::lock_guard<std::mutex> guard(mutex_);
+    size_t count = 0;
+    place = references_.forEachFrom(place, [&](uint32_t id, jweak reference) {
+        to[count++] = {id, reference};
+        return count < room;
+    });
+    return count;
+}
+
 size_t IdTable::size() const {
     std::lock_guard<std::mutex> guard(mutex_);
     return references_.size();

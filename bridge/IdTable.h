@@ -56,6 +56,15 @@ public:
         jweak reference_;
     };
 
+    struct Entry {
+        uint32_t id;
+        jweak reference;
+    };
+    // Copies at most `room` entries from a place on and moves the place on, to 0 after the last.
+    // Of what is added and removed between two calls some entries may be left out. Answers how
+    // many. REQUIRES: room is not 0; a Use exists for as long as the references are used.
+    size_t copy(size_t& place, Entry* to, size_t room) const;
+
     // All references, as they are now. REQUIRES: a Use exists for as long as they are used.
     std::vector<jweak> references() const;
 

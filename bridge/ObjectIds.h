@@ -59,8 +59,21 @@ public:
         }
     }
 
-    // The VM has freed the object with this tag. May be called where JNI is forbidden.
-    void freed(uint32_t id) { table_.remove(id); }
+    // Calls dead(id) for each id whose object the VM has freed, and forgets the id.
+    template <class Dead> void reap(JNIEnv* jni, Dead dead) {
+        constexpr size_t kStretch = 512; // of the table, between two holds of its lock
+        IdTable::Entry entries[kStretch];
+        size_t place = 0;
+        do {
+            const IdTable::Use use(table_, 0);
+            const size_t count = table_.copy(place, entries, kStretch);
+            for (size_t i = 0; i < count; i++) {
+                if (!jni->IsSameObject(entries[i].reference, nullptr)) continue;
+                dead(entries[i].id);
+                table_.remove(entries[i].id);
+            }
+        } while (place != 0);
+    }
     // Deletes references of freed objects; called now and then by threads that may use JNI.
     void sweep(JNIEnv* jni);
 

@@ -16,6 +16,7 @@
 #include "bridge/MonitorEvents.h"
 #include "bridge/ObjectIds.h"
 #include "bridge/RawMonitor.h"
+#include "bridge/Reaper.h"
 #include "bridge/Report.h"
 #include "bridge/SystemThreads.h"
 #include "bridge/ThreadEvents.h"
@@ -57,6 +58,7 @@ void JNICALL vmInit(jvmtiEnv*, JNIEnv* jni, jthread) {
 void JNICALL vmDeath(jvmtiEnv*, JNIEnv* jni) {
     if (!isLive()) return;
     try {
+        Reaper::look(jni);
         JavaDriver::stop(jni);
         deliverPlain(JVMPI_EVENT_JVM_SHUT_DOWN, jni);
         SystemThreads::sleepForGood();
@@ -89,14 +91,6 @@ void JNICALL threadEnd(jvmtiEnv*, JNIEnv* jni, jthread) {
 
 void JNICALL classPrepare(jvmtiEnv*, JNIEnv* jni, jthread, jclass mirror) {
     whileLive([&] { ClassEvents::prepared(jni, mirror); });
-}
-
-void JNICALL objectFree(jvmtiEnv*, jlong tag) {
-    whileLive([&] {
-        const auto id = static_cast<uint32_t>(tag);
-        if (IdTable::isClass(id)) ClassEvents::unloaded(id);
-        objectIds().freed(id);
-    });
 }
 
 // Call traces are had only while this event is on.
@@ -147,7 +141,6 @@ constexpr EventSwitch kEvents[] = {
     {JVMTI_EVENT_VM_INIT, "VMInit"},           {JVMTI_EVENT_VM_DEATH, "VMDeath"},
     {JVMTI_EVENT_THREAD_START, "ThreadStart"}, {JVMTI_EVENT_THREAD_END, "ThreadEnd"},
     {JVMTI_EVENT_CLASS_LOAD, "ClassLoad"},     {JVMTI_EVENT_CLASS_PREPARE, "ClassPrepare"},
-    {JVMTI_EVENT_OBJECT_FREE, "ObjectFree"},
 };
 
 DebugInformation debugInformation;
@@ -164,7 +157,6 @@ bool keepDebugInformation() {
 std::string installCallbacks(jvmtiEnv* jvmti) {
     jvmtiCapabilities needed{};
     needed.can_tag_objects = 1;
-    needed.can_generate_object_free_events = 1;
     needed.can_get_source_file_name = 1;
     needed.can_generate_compiled_method_load_events = 1;
     if (jvmti->AddCapabilities(&needed) != JVMTI_ERROR_NONE)
@@ -177,7 +169,6 @@ std::string installCallbacks(jvmtiEnv* jvmti) {
     callbacks.ThreadEnd = threadEnd;
     callbacks.ClassLoad = classLoad;
     callbacks.ClassPrepare = classPrepare;
-    callbacks.ObjectFree = objectFree;
     callbacks.CompiledMethodLoad = compiledMethodLoad;
     callbacks.GarbageCollectionStart = collectionStart;
     callbacks.GarbageCollectionFinish = collectionFinish;
@@ -264,6 +255,7 @@ void beginLive(JNIEnv* jni) {
     ThreadEvents::addExisting(jni);
     ClassEvents::addExisting(jni);
     SystemThreads::startQueued(jni);
+    Reaper::start();
     deliverPlain(JVMPI_EVENT_JVM_INIT_DONE, jni);
     if (events().isEnabled(JVMPI_EVENT_THREAD_START)) ThreadEvents::announceAll();
     AllocationEvents::takeEffect(jni);

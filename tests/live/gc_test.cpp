@@ -86,6 +86,29 @@ TEST_P(Collections, ThatAFullMetaspaceAsksFor) {
     }
 }
 
+// The VM ends while what is left of thousands of classes is still to be told, and while other
+// threads have it collect again: neither may wait for the other.
+TEST_P(Collections, AndUnloadedClassesAtTheEnd) {
+    std::vector<std::string> options = {"-XX:+UseG1GC"};
+    if (std::getenv("PRB_SOAK_SECONDS") != nullptr) options = collectors(); // NOLINT
+    for (const std::string& option : options) {
+        SCOPED_TRACE(option);
+        const std::vector<std::string> argv = {option, "-Xmx256m", "-cp",
+                                               product("tests/programs.jar"),
+                                               "com.tessel.prb.live.programs.UnloadingEnd"};
+        std::vector<std::string> bare = {jdk().home + "/bin/java"};
+        bare.insert(bare.end(), argv.begin(), argv.end());
+        const prb::Captured without = run(bare);
+        ASSERT_EQ(without.exitCode, 0) << without.err;
+        const Profiled with = profile(jdk(), {"--data", "threads,methods,gc,errors"}, argv, 120);
+        EXPECT_EQ(with.result.exitCode, 0) << with.result.err;
+        EXPECT_EQ(with.result.out, without.out);
+        ASSERT_TRUE(with.report.is_object());
+        EXPECT_EQ(with.report["run"]["complete"], true);
+        EXPECT_EQ(with.report["run"]["errors"], nlohmann::json::array());
+    }
+}
+
 PRB_FOR_EVERY_JDK(Collections);
 
 } // namespace

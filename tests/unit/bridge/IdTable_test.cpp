@@ -1,5 +1,8 @@
 #include "bridge/IdTable.h"
 
+#include <iterator>
+#include <map>
+
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
@@ -62,6 +65,52 @@ TEST(IdTable, aReferenceInUseIsNotHandedOutForDeletion) {
         EXPECT_THAT(table.takeDead(), IsEmpty());
     }
     EXPECT_THAT(table.takeDead(), ElementsAre(reference(16)));
+}
+
+TEST(IdTable, everythingIsCopiedStretchByStretch) {
+    IdTable table;
+    constexpr size_t kIds = 1000;
+    for (size_t i = 0; i < kIds; i++) table.addObject(reference(16 * (i + 1)));
+    IdTable::Entry entries[64];
+    std::map<uint32_t, jweak> seen;
+    size_t place = 0;
+    size_t copied = 0;
+    do {
+        const size_t count = table.copy(place, entries, std::size(entries));
+        ASSERT_LE(count, std::size(entries));
+        copied += count;
+        for (size_t i = 0; i < count; i++) seen[entries[i].id] = entries[i].reference;
+    } while (place != 0);
+    EXPECT_EQ(copied, kIds);
+    ASSERT_EQ(seen.size(), kIds);
+    for (const auto& [id, found] : seen)
+        EXPECT_EQ(found, reference(16 * (id - IdTable::kFirstObject + 1)));
+}
+
+TEST(IdTable, anEmptyTableIsCopiedAtOnce) {
+    IdTable table;
+    IdTable::Entry entry{};
+    size_t place = 0;
+    EXPECT_EQ(0u, table.copy(place, &entry, 1));
+    EXPECT_EQ(0u, place);
+}
+
+// What is taken out and put in between two stretches neither ends the walk early nor for ever.
+TEST(IdTable, removalsBetweenTwoStretchesDoNoHarm) {
+    IdTable table;
+    for (uintptr_t i = 1; i <= 300; i++) table.addObject(reference(16 * i));
+    IdTable::Entry entries[16];
+    for (int pass = 0; pass < 20 && table.size() != 0; pass++) {
+        size_t place = 0;
+        int stretches = 0;
+        do {
+            const size_t count = table.copy(place, entries, std::size(entries));
+            for (size_t i = 0; i < count; i++) table.remove(entries[i].id);
+            ASSERT_LT(++stretches, 100);
+        } while (place != 0);
+    }
+    EXPECT_EQ(0u, table.size());
+    EXPECT_EQ(300u, table.takeDead().size());
 }
 
 } // namespace
