@@ -17,6 +17,7 @@
 #include "runtime/PRBMethodFrequency.h"
 #include "runtime/PRBMonitorContentionEvent.h"
 #include "runtime/PRBReclaimer.h"
+#include "runtime/PRBUnloadedRecords.h"
 
 #include <exception>
 
@@ -134,7 +135,9 @@ jbyteArray PRBDataReturn::sendBackData(JNIEnv* env, int extra, jobject request) 
         answer = nullptr; // no memory for it; the next pass has another chance
     }
     if ((collector_.getCollectionType() & PRBCollect::kThreads) != 0) monitor->purgeEndedThreads();
-    PRBReclaimer::reclaim(); // methods of unloaded classes, where no sampler runs that would
+    // Unloaded classes and their methods, where nobody else would.
+    PRBUnloadedRecords::release();
+    PRBReclaimer::reclaim();
     return answer;
 }
 

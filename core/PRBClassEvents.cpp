@@ -62,10 +62,12 @@ void PRBEventHandlers::HandleClassLoad(JVMPI_Event* event) {
     {
         Locks locks(Locks::kClass | Locks::kMethod);
         PRBJavaClass* cls = learnClass(*classes, event);
-        if (cls == nullptr || load.methods == nullptr) return;
-        for (jint i = 0; i < load.num_methods; ++i) learnMethod(*methods, cls, load.methods[i]);
+        const jint count = cls == nullptr || load.methods == nullptr ? 0 : load.num_methods;
+        for (jint i = 0; i < count; ++i) learnMethod(*methods, cls, load.methods[i]);
     }
-    PRBReclaimer::reclaimIfMany(); // classes that were unloaded
+    // Classes that were unloaded.
+    PRBUnloadedRecords::release();
+    PRBReclaimer::reclaimIfMany();
 }
 
 // Threads are told with no registry held: each takes a lock of its own that others hold while

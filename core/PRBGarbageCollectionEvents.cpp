@@ -6,6 +6,7 @@
 #include "core/PRBTrace.h"
 #include "runtime/PRBClock.h"
 #include "runtime/PRBJavaObjectAllocated.h"
+#include "runtime/PRBUnloadedRecords.h"
 
 namespace {
 
@@ -80,6 +81,7 @@ void PRBEventHandlers::HandleGCFinish(JVMPI_Event* event) {
         }
     }
     if (!held) return;
+    PRBUnloadedRecords::objectsEmptied();
     if (objects != nullptr) objects->endPause();
     openCollections.fetch_sub(1, std::memory_order_relaxed);
     PRBRegistryLocks::releaseAll(PRBRegistryLocks::kAll);

@@ -42,7 +42,7 @@ bool peekClassOfObject(jobjectID id, PRBJavaClass** cls) {
     Locks locks(Locks::kClass | Locks::kArena | Locks::kObject);
     PRBJavaObjectAllocated* object = peekObject(id);
     if (object == nullptr) return false;
-    *cls = object->getClass();
+    *cls = lent(object->getClass());
     return true;
 }
 

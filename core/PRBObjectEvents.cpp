@@ -108,7 +108,7 @@ void PRBEventHandlers::HandleObjectFree(JVMPI_Event* event) {
     PRBTraceScope trace(kFrequent, kName, "PRBMonitorGlobal::HandleObjectFree");
     if (!haveTables()) return;
     PRBGarbageCollectionStats::instance().objectFreed();
-    // The record's class is never deleted, and its figures are under the object registry.
+    // The record's class stays as long as it does, and its figures are under the object registry.
     Locks locks(Locks::kObject);
     PRBJavaObjectAllocated* object = takeObject(event->u.obj_free.obj_id);
     if (object == nullptr) return;

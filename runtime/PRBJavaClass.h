@@ -12,7 +12,8 @@ class PRBJavaMethod;
 
 // Built by the class-load handler, kept in "_ClassTable" by class id. Who keeps a pointer to it
 // beyond the registry's lock and a PRBReclaimer::Reader lends it first: such a record is never
-// deleted, an unloaded class is marked dead (see PRBUnloadedRecords). Statistics are updated by
+// deleted, an unloaded class is marked dead; one that only records of objects kept is deleted
+// once they are gone (see PRBUnloadedRecords). Statistics are updated by
 // any thread without a lock.
 class PRBJavaClass : public PRBJavaObject {
 public:
@@ -114,6 +115,14 @@ public:
     }
     bool wasLent() const { return lent.load(std::memory_order_acquire); }
 
+    // For a record in "_ObjectTable", which goes with the next collection's finish at the latest.
+    // REQUIRES: the class and the object registry held.
+    void lendToObject() const {
+        if (!lentToObject.load(std::memory_order_relaxed))
+            lentToObject.store(true, std::memory_order_release);
+    }
+    bool wasLentToObject() const { return lentToObject.load(std::memory_order_acquire); }
+
     // The class's methods, for its unload. REQUIRES: the method registry held.
     void addMethod(PRBJavaMethod* method);
     PRBJavaMethod* firstMethod() const { return methods; }
@@ -142,6 +151,7 @@ private:
     long long dumpObjects = 0, dumpBytes = 0; // of the walk in progress
     std::atomic<bool> dead{false};
     mutable std::atomic<bool> lent{false};
+    mutable std::atomic<bool> lentToObject{false};
     PRBJavaMethod* methods = nullptr;
 };
 

@@ -31,7 +31,7 @@ void PRBJavaObjectAllocated::operator delete(void* p, std::size_t size) noexcept
 PRBJavaObjectAllocated::PRBJavaObjectAllocated(const PRBArena* inArena, PRBJavaClass* ofClass,
                                                int array, int bytes, jobjectID id, JNIEnv* env)
     : arena(inArena), cls(ofClass), isArray(array), size(bytes), objectId(id), thread(env) {
-    if (cls != nullptr) cls->lend();
+    if (cls != nullptr) cls->lendToObject();
 }
 
 bool PRBJavaObjectAllocated::isEqual(const PRBCollectable* other) const {
@@ -53,7 +53,7 @@ void PRBJavaObjectAllocated::update(const PRBArena* a, PRBJavaClass* c, int arra
                                     JNIEnv* env) {
     arena = a;
     cls = c;
-    if (cls != nullptr) cls->lend();
+    if (cls != nullptr) cls->lendToObject();
     isArray = array;
     size = bytes;
     thread = env;

@@ -28,7 +28,6 @@ std::vector<Case> cases() {
 class Soak : public testing::TestWithParam<Case> {
 protected:
     static constexpr int kPrograms = 4;
-    static constexpr double kBytesOfUnloaded = 512;
 
     // Of each program.
     static int seconds() {
@@ -75,16 +74,9 @@ protected:
         return values[values.size() / 2];
     }
 
-    // 0 without the text.
-    static double numberAfter(const std::string& output, const std::string& text) {
-        const std::size_t at = output.find(text);
-        return at == std::string::npos ? 0 : std::atof(output.c_str() + at + text.size());
-    }
-
     // The median of the growths between any two stretches of the run after its first third, which
-    // is warm-up: one in which the machine was busy with something else does not count. Of an
-    // unloaded class whose objects were told some hundred bytes stay.
-    void expectNoGrowth(const std::string& capture, double unloaded) const {
+    // is warm-up: one in which the machine was busy with something else does not count.
+    void expectNoGrowth(const std::string& capture) const {
         constexpr std::size_t kParts = 12;
         const std::vector<double> bytes = memory(capture);
         ASSERT_GE(bytes.size(), 3 * kParts);
@@ -96,8 +88,7 @@ protected:
         const double growth = median(growths);
         std::printf("agent's memory: %.1f MiB, grows by %.1f MiB a run\n", median(low) / 1048576,
                     growth / 1048576);
-        EXPECT_LT(growth,
-                  0.25 * std::max(0.0, median(low)) + 6 * 1048576 + unloaded * kBytesOfUnloaded);
+        EXPECT_LT(growth, 0.25 * std::max(0.0, median(low)) + 6 * 1048576);
     }
 
     Profiled runUnder(std::vector<std::string> program) {
@@ -114,8 +105,7 @@ protected:
         EXPECT_EQ(p.report["run"]["errors"], nlohmann::json::array());
         EXPECT_GT(p.report["run"]["cycles"].get<int>(), 20);
         EXPECT_GT(p.report["run"]["busy_samples"].get<int>(), 10);
-        if (seconds() >= 60)
-            expectNoGrowth(p.capture, numberAfter(p.result.err, "classes loaded "));
+        if (seconds() >= 60) expectNoGrowth(p.capture);
         return p;
     }
 

@@ -2,6 +2,7 @@
 #include "collector/PRBSampleList.h"
 #include "data/PRBMethodUsageSample.h"
 #include "runtime/PRBReclaimer.h"
+#include "runtime/PRBUnloadedRecords.h"
 #include "tests/vm/collector/DataReturnTest.h"
 
 using ::testing::Contains;
@@ -358,6 +359,21 @@ TEST_F(DataReturn, everyPassDeletesTheMethodsOfUnloadedClasses) {
     vm.send.classUnload(vm.mainThread(), order.id());
     EXPECT_GE(PRBReclaimer::pending(), 2u);
     for (int i = 0; i < 3; ++i) poll();
+    EXPECT_EQ(PRBReclaimer::pending(), 0u);
+}
+
+TEST_F(DataReturn, everyPassReleasesUnloadedClassesWhoseObjectsAreGone) {
+    ASSERT_NE(init(), 0);
+    start(PRBCollect::kProfilerErrors); // no heap request, whose collections would do it as well
+    vm.send.classLoad(vm.mainThread(), order);
+    vm.send.objectAlloc(vm.mainThread(), vm.allocate(vm.mainThread(), order, 48));
+    vm.send.classUnload(vm.mainThread(), order.id());
+    poll();
+    EXPECT_EQ(PRBUnloadedRecords::waitingClasses(), 1u);
+    vm.send.gcStart();
+    vm.send.gcFinish(-1, 100, 200);
+    for (int i = 0; i < 3; ++i) poll();
+    EXPECT_EQ(PRBUnloadedRecords::waitingClasses(), 0u);
     EXPECT_EQ(PRBReclaimer::pending(), 0u);
 }
 

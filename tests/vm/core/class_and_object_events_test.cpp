@@ -167,6 +167,73 @@ TEST_F(Events, aClassThatIsLentBeforeItIsDeletedStays) {
     EXPECT_TRUE(cls->isDead());
 }
 
+// Its objects' records go with the collection's finish; what unloads a class comes after one, but
+// objects may be told in between.
+TEST_F(Events, aClassWhoseObjectsWereToldGoesAfterTheNextCollection) {
+    vm.send.classLoad(worker, order);
+    vm.send.objectAlloc(worker, vm.allocate(worker, order, 48));
+    const std::size_t dead = PRBUnloadedRecords::deadClasses();
+    vm.send.classUnload(worker, order.id());
+    PRBUnloadedRecords::release();
+    EXPECT_EQ(PRBUnloadedRecords::waitingClasses(), 1u);
+    for (int i = 0; i < 3; ++i) PRBReclaimer::reclaim();
+    EXPECT_EQ(PRBReclaimer::pending(), 0u); // its methods
+    vm.send.gcFinish(-1, 100, 200);         // one without a start promises nothing
+    PRBUnloadedRecords::release();
+    EXPECT_EQ(PRBUnloadedRecords::waitingClasses(), 1u);
+    vm.send.gcStart();
+    vm.send.gcFinish(-1, 100, 200);
+    EXPECT_EQ(PRBUnloadedRecords::waitingClasses(), 1u); // nothing is deleted in a pause
+    PRBUnloadedRecords::release();
+    EXPECT_EQ(PRBUnloadedRecords::waitingClasses(), 0u);
+    EXPECT_EQ(PRBReclaimer::pending(), 1u);
+    for (int i = 0; i < 3; ++i) PRBReclaimer::reclaim();
+    EXPECT_EQ(PRBReclaimer::pending(), 0u);
+    EXPECT_EQ(PRBUnloadedRecords::deadClasses(), dead);
+}
+
+TEST_F(Events, thoseThatWereUnloadedSinceWaitForOneMore) {
+    const auto unloadOne = [&](ScriptedClass& one) {
+        vm.send.classLoad(worker, one);
+        vm.send.objectAlloc(worker, vm.allocate(worker, one, 48));
+        vm.send.classUnload(worker, one.id());
+    };
+    unloadOne(order);
+    vm.send.gcStart();
+    vm.send.gcFinish(-1, 100, 200);
+    unloadOne(vm.addClass({.name = "com/x/Later"}));
+    PRBUnloadedRecords::release();
+    EXPECT_EQ(PRBUnloadedRecords::waitingClasses(), 1u);
+    vm.send.gcStart();
+    vm.send.gcFinish(-1, 100, 200);
+    PRBUnloadedRecords::release();
+    EXPECT_EQ(PRBUnloadedRecords::waitingClasses(), 0u);
+}
+
+TEST_F(Events, aClassThatWasAskedForByItsObjectStays) {
+    vm.send.classLoad(worker, order);
+    auto& object = vm.allocate(worker, order, 48);
+    vm.send.objectAlloc(worker, object);
+    const std::size_t dead = PRBUnloadedRecords::deadClasses();
+    PRBJavaClass* kept = monitor.getClassForObject(object.id);
+    ASSERT_NE(kept, nullptr);
+    vm.send.classUnload(worker, order.id());
+    EXPECT_EQ(PRBUnloadedRecords::waitingClasses(), 0u);
+    EXPECT_EQ(PRBUnloadedRecords::deadClasses(), dead + 1);
+    EXPECT_TRUE(kept->isDead());
+}
+
+TEST_F(Events, theNextLoadReleasesWhatWaited) {
+    vm.send.classLoad(worker, order);
+    vm.send.objectAlloc(worker, vm.allocate(worker, order, 48));
+    vm.send.classUnload(worker, order.id());
+    vm.send.gcStart();
+    vm.send.gcFinish(-1, 100, 200);
+    EXPECT_EQ(PRBUnloadedRecords::waitingClasses(), 1u);
+    vm.send.classLoad(worker, vm.addClass({.name = "com/x/Later"}));
+    EXPECT_EQ(PRBUnloadedRecords::waitingClasses(), 0u);
+}
+
 TEST_F(Events, anUnloadRemovesTheClassItsMethodsAndTheirFrequencies) {
     monitor.setMethodMask("*");
     monitor.setDataBeingCollected(PRBCollect::kMethods);
