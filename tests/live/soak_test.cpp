@@ -75,7 +75,8 @@ protected:
     }
 
     // The median of the growths between any two stretches of the run after its first third, which
-    // is warm-up: one in which the machine was busy with something else does not count.
+    // is warm-up: one in which the machine was busy with something else does not count. Collectors
+    // unload classes at long intervals: the records of tens of thousands come and go.
     void expectNoGrowth(const std::string& capture) const {
         constexpr std::size_t kParts = 12;
         const std::vector<double> bytes = memory(capture);
@@ -88,7 +89,7 @@ protected:
         const double growth = median(growths);
         std::printf("agent's memory: %.1f MiB, grows by %.1f MiB a run\n", median(low) / 1048576,
                     growth / 1048576);
-        EXPECT_LT(growth, 0.25 * std::max(0.0, median(low)) + 6 * 1048576);
+        EXPECT_LT(growth, 0.25 * std::max(0.0, median(low)) + 10 * 1048576);
     }
 
     Profiled runUnder(std::vector<std::string> program) {
