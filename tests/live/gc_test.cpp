@@ -26,6 +26,11 @@ protected:
         return last;
     }
 
+    // One of the bridge's own figures, at the run's end.
+    static long long counter(const Profiled& profiled, const char* name) {
+        return profiled.report["run"]["agent"]["counters"][name].get<long long>();
+    }
+
     // The options of the collectors that the JVM has.
     std::vector<std::string> collectors() const {
         std::vector<std::string> options;
@@ -100,13 +105,32 @@ TEST_P(Collections, AndUnloadedClassesAtTheEnd) {
         bare.insert(bare.end(), argv.begin(), argv.end());
         const prb::Captured without = run(bare);
         ASSERT_EQ(without.exitCode, 0) << without.err;
-        const Profiled with = profile(jdk(), {"--data", "threads,methods,gc,errors"}, argv, 120);
+        const Profiled with =
+            profile(jdk(), {"--data", "threads,methods,gc,errors,self"}, argv, 120);
         EXPECT_EQ(with.result.exitCode, 0) << with.result.err;
         EXPECT_EQ(with.result.out, without.out);
         ASSERT_TRUE(with.report.is_object());
         EXPECT_EQ(with.report["run"]["complete"], true);
         EXPECT_EQ(with.report["run"]["errors"], nlohmann::json::array());
+        // Of the 6000 copies none is left. Where a shutdown hook ends the collection, the classes
+        // may be noticed after it.
+        const bool hook = option.find("Z") != option.npos || option.find("Shen") != option.npos;
+        EXPECT_LT(counter(with, "classes"), hook ? 10000 : 5000);
     }
+}
+
+TEST_P(Collections, AndThreadsThatAreGoneLeaveNoIds) {
+    const Profiled churned =
+        profile(jdk(), {"--data", "threads,errors,self", "--poll", "0.5"},
+                {"-XX:+UseSerialGC", "-Xmn1m", "-cp", product("tests/programs.jar"),
+                 "com.tessel.prb.live.programs.ThreadChurn", "--seconds", "3"});
+    EXPECT_EQ(churned.result.exitCode, 0) << churned.result.err;
+    const std::string said = "threads ";
+    const std::size_t at = churned.result.err.find(said);
+    ASSERT_NE(at, std::string::npos) << churned.result.err;
+    const long long threads = std::atoll(churned.result.err.c_str() + at + said.size());
+    ASSERT_GE(threads, 2000);
+    EXPECT_LT(counter(churned, "objectIds") - counter(churned, "classes"), threads / 2 + 500);
 }
 
 PRB_FOR_EVERY_JDK(Collections);
