@@ -58,38 +58,18 @@ protected:
         return bytes;
     }
 
-    // The least of each of `parts` stretches of a run. Records of allocations come and go with
-    // collections and polls: it is the least that must not grow.
-    static std::vector<double> least(const std::vector<double>& bytes, std::size_t parts) {
-        std::vector<double> result;
-        for (std::size_t i = 0; i < parts; i++)
-            result.push_back(*std::min_element(
-                bytes.begin() + static_cast<std::ptrdiff_t>(bytes.size() * i / parts),
-                bytes.begin() + static_cast<std::ptrdiff_t>(bytes.size() * (i + 1) / parts)));
-        return result;
-    }
-
-    static double median(std::vector<double> values) {
-        std::sort(values.begin(), values.end());
-        return values[values.size() / 2];
-    }
-
-    // The median of the growths between any two stretches of the run after its first third, which
-    // is warm-up: one in which the machine was busy with something else does not count. Collectors
-    // unload classes at long intervals: the records of tens of thousands come and go.
+    // Records of allocations come and go with collections and polls, those of classes with the
+    // collections that unload them: only the least of many polls must not grow. The first third of
+    // a run is warm-up.
     void expectNoGrowth(const std::string& capture) const {
-        constexpr std::size_t kParts = 12;
         const std::vector<double> bytes = memory(capture);
-        ASSERT_GE(bytes.size(), 3 * kParts);
-        const std::vector<double> low = least(bytes, kParts);
-        std::vector<double> growths; // in bytes a run
-        for (std::size_t i = kParts / 3; i < kParts; i++)
-            for (std::size_t j = i + 1; j < kParts; j++)
-                growths.push_back((low[j] - low[i]) / static_cast<double>(j - i) * kParts);
-        const double growth = median(growths);
-        std::printf("agent's memory: %.1f MiB, grows by %.1f MiB a run\n", median(low) / 1048576,
-                    growth / 1048576);
-        EXPECT_LT(growth, 0.25 * std::max(0.0, median(low)) + 10 * 1048576);
+        const auto third = static_cast<std::ptrdiff_t>(bytes.size() / 3);
+        ASSERT_GE(third, 5);
+        const double middle = *std::min_element(bytes.begin() + third, bytes.end() - third);
+        const double last = *std::min_element(bytes.end() - third, bytes.end());
+        std::printf("agent's memory: least of the middle third %.1f MiB, of the last %.1f MiB\n",
+                    middle / 1048576, last / 1048576);
+        EXPECT_LT(last - middle, 0.25 * std::max(0.0, middle) + 4 * 1048576);
     }
 
     Profiled runUnder(std::vector<std::string> program) {
