@@ -83,6 +83,14 @@ function(prb_add_part name)
     target_link_libraries(${name} PUBLIC prb_options ${ARGN})
 endfunction()
 
+# prb_small(sources...): of the calling folder, what runs once or on request: there, small beats
+# fast.
+function(prb_small)
+    if(CMAKE_BUILD_TYPE STREQUAL "Release")
+        set_source_files_properties(${ARGN} PROPERTIES COMPILE_OPTIONS -Os)
+    endif()
+endfunction()
+
 # prb_add_shared(name map parts...): a shared library of whole parts that exports what the
 # version script names and needs no C++ runtime of the host's.
 function(prb_add_shared name map)
