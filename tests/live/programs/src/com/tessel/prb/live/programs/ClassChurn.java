@@ -29,7 +29,7 @@ public final class ClassChurn {
         long deadline = Work.deadline(new Args(arguments).get("seconds", 2));
         long first = new Visitor().call();
         int loaded = 0;
-        while (!Work.over(deadline) || loaded < 100) {
+        while (!Work.over(deadline) || loaded < 1000) {
             Class<?> copy = new ThrowAwayLoader(own).loadClass(Visitor.class.getName());
             Callable<?> fresh = (Callable<?>) copy.getDeclaredConstructor().newInstance();
             Work.check(first, (Long) fresh.call());
