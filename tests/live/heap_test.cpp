@@ -118,10 +118,16 @@ protected:
     }
 
 private:
+    // Hidden classes are written differently; how much of the heap a collection plugs with fillers
+    // is another thing each time.
+    static bool isComparable(const std::string& name) {
+        return name.find("0x") == std::string::npos && name.find("vm.Filler") == std::string::npos;
+    }
+
     static void compareWith(const std::vector<Timed>& jvm, const ByClass& ours, Which which) {
         int known = 0;
         for (const auto& [name, first] : jvm[0].classes) {
-            if (name.find("0x") != std::string::npos) continue; // hidden: written differently
+            if (!isComparable(name)) continue;
             const auto again = jvm[1].classes.find(name);
             const Count second = again == jvm[1].classes.end() ? Count{} : again->second;
             const auto found = ours.find(name);
@@ -144,9 +150,7 @@ private:
         EXPECT_GE(known, 5); // leaves, pairs, colours, arrays of leaves, of colours
         // And nothing that the JVM does not have.
         for (const auto& [name, told] : ours) {
-            if (which == Which::kKnown || told.objects <= 64 ||
-                name.find("0x") != std::string::npos)
-                continue;
+            if (which == Which::kKnown || told.objects <= 64 || !isComparable(name)) continue;
             EXPECT_TRUE(jvm[0].classes.count(name) + jvm[1].classes.count(name) != 0) << name;
         }
     }
