@@ -13,8 +13,8 @@ class PRBJavaMethod;
 // Built by the class-load handler, kept in "_ClassTable" by class id. Who keeps a pointer to it
 // beyond the registry's lock and a PRBReclaimer::Reader lends it first: such a record is never
 // deleted, an unloaded class is marked dead; one that only records of objects kept is deleted
-// once they are gone (see PRBUnloadedRecords). Statistics are updated by
-// any thread without a lock.
+// once they are gone (see PRBUnloadedRecords). Statistics are updated by any thread without a
+// lock.
 class PRBJavaClass : public PRBJavaObject {
 public:
     // The type of a field, from the first character of its signature.

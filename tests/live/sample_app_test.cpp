@@ -1,9 +1,8 @@
 // The sample server under the agent, with every collector of the JVM.
 #include "tests/live/Live.h"
 
-#include <set>
-
 #include <fstream>
+#include <set>
 #include <sstream>
 
 using nlohmann::json;

@@ -62,6 +62,20 @@ protected:
     bool logged(const std::string& text) const { return logCount(text) == 1; }
 };
 
+// With a worker, and a class that its tests load.
+class OrderTest : public CoreTest {
+protected:
+    PRBMonitorGlobal& monitor = start();
+    ScriptedThread& worker = vm.startThread({.name = "worker"});
+    ScriptedClass& order =
+        vm.addClass({.name = "com/x/Order",
+                     .source = "Order.java",
+                     .methods = {{.name = "price", .signature = "()I"},
+                                 {.name = "pay", .signature = "(J)V", .isStatic = true}},
+                     .statics = {{.name = "count", .signature = "J"}},
+                     .instances = {{.name = "next", .signature = "Lcom/x/Order;"}}});
+};
+
 } // namespace scripted
 
 #endif

@@ -13,18 +13,8 @@ using namespace scripted;
 
 namespace {
 
-class Events : public CoreTest {
+class Events : public OrderTest {
 protected:
-    PRBMonitorGlobal& monitor = start();
-    ScriptedThread& worker = vm.startThread({.name = "worker"});
-    ScriptedClass& order =
-        vm.addClass({.name = "com/x/Order",
-                     .source = "Order.java",
-                     .methods = {{.name = "price", .signature = "()I"},
-                                 {.name = "pay", .signature = "(J)V", .isStatic = true}},
-                     .statics = {{.name = "count", .signature = "J"}},
-                     .instances = {{.name = "next", .signature = "Lcom/x/Order;"}}});
-
     static PRBArena* findArena(int id) {
         PRBArena probe(id, nullptr);
         return static_cast<PRBArena*>(PRBContext::getArenaTable()->find(&probe));

@@ -8,14 +8,7 @@ using namespace scripted;
 
 namespace {
 
-class Unloads : public CoreTest {
-protected:
-    PRBMonitorGlobal& monitor = start();
-    ScriptedThread& worker = vm.startThread({.name = "worker"});
-    ScriptedClass& order = vm.addClass(
-        {.name = "com/x/Order",
-         .methods = {{.name = "price", .signature = "()I"}, {.name = "pay", .signature = "(J)V"}}});
-};
+class Unloads : public OrderTest {};
 
 } // namespace
 
